@@ -1,0 +1,96 @@
+#include "base/atomic_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "base/uuid.h"
+
+namespace brisko {
+
+namespace {
+
+[[noreturn]] void throwErrno(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string parentOf(const std::string& path) {
+  const auto slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+}  // namespace
+
+void writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode) {
+  const std::string temporary = path + ".tmp-" + Uuid::random().text();
+  const int fd =
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+  if (fd < 0) throwErrno("Cannot create " + temporary);
+  const auto failWith = [&](const std::string& what) {
+    const int saved = errno;
+    ::close(fd);
+    ::unlink(temporary.c_str());
+    errno = saved;
+    throwErrno(what);
+  };
+  size_t written = 0;
+  while (written < contents.size()) {
+    const ssize_t n = ::write(fd, contents.data() + written, contents.size() - written);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      failWith("Cannot write " + temporary);
+    }
+    written += static_cast<size_t>(n);
+  }
+  if (::fchmod(fd, mode) != 0) failWith("Cannot set the mode of " + temporary);
+  if (::fsync(fd) != 0) failWith("Cannot sync " + temporary);
+  if (::close(fd) != 0) {
+    const int saved = errno;
+    ::unlink(temporary.c_str());
+    errno = saved;
+    throwErrno("Cannot close " + temporary);
+  }
+  if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    const int saved = errno;
+    ::unlink(temporary.c_str());
+    errno = saved;
+    throwErrno("Cannot replace " + path);
+  }
+  // The rename is durable only once the folder's entry is on disk.
+  const int folder = ::open(parentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder >= 0) {
+    ::fsync(folder);
+    ::close(folder);
+  }
+}
+
+void createPrivateDirectories(const std::string& path, mode_t mode) {
+  if (path.empty()) throw std::system_error(ENOENT, std::generic_category(), "Empty folder path");
+  std::string partial;
+  size_t from = 0;
+  while (from <= path.size()) {
+    size_t slash = path.find('/', from);
+    if (slash == std::string::npos) slash = path.size();
+    partial = path.substr(0, slash);
+    from = slash + 1;
+    if (partial.empty()) continue;
+    if (::mkdir(partial.c_str(), mode) != 0 && errno != EEXIST) {
+      throwErrno("Cannot create the folder " + partial);
+    }
+  }
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0) throwErrno("Cannot read the folder " + path);
+  if (!S_ISDIR(info.st_mode)) {
+    throw std::system_error(ENOTDIR, std::generic_category(), "Not a folder: " + path);
+  }
+  if ((info.st_mode & 07777) != mode && ::chmod(path.c_str(), mode) != 0) {
+    throwErrno("Cannot set the mode of " + path);
+  }
+}
+
+}  // namespace brisko

@@ -1,0 +1,83 @@
+#include "testing/temporary_directory.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace brisko::testing {
+
+namespace {
+
+std::string baseFolder() {
+  for (const char* variable : {"BRISKO_TEST_TMP", "TMPDIR"}) {
+    const char* value = std::getenv(variable);
+    if (value != nullptr && value[0] == '/') return value;
+  }
+  return "/tmp";
+}
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory() {
+  const std::string base = baseFolder();
+  std::filesystem::create_directories(base);
+  std::string pattern = base + "/brisko-test-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    throw std::runtime_error("Cannot create a temporary folder under " + base);
+  }
+  // Resolve links in the base (for example a /tmp that is a link) so that
+  // paths reported by the code under test compare equal to ours.
+  path_ = std::filesystem::canonical(pattern).string();
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  removeTree(path_);
+}
+
+std::string TemporaryDirectory::operator/(std::string_view relative) const {
+  return path_ + "/" + std::string(relative);
+}
+
+std::string TemporaryDirectory::makeDirectory(std::string_view relative) const {
+  const std::string path = *this / relative;
+  std::filesystem::create_directories(path);
+  return path;
+}
+
+std::string TemporaryDirectory::writeFile(std::string_view relative,
+                                          std::string_view contents) const {
+  const std::string path = *this / relative;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  if (!out) throw std::runtime_error("Cannot write " + path);
+  return path;
+}
+
+std::string TemporaryDirectory::makeSymlink(std::string_view relative,
+                                            const std::string& target) const {
+  const std::string path = *this / relative;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::filesystem::create_symlink(target, path);
+  return path;
+}
+
+void removeTree(const std::string& path) {
+  std::error_code error;
+  // Tests may leave folders without permissions; give them back first.
+  for (auto it = std::filesystem::recursive_directory_iterator(
+           path, std::filesystem::directory_options::skip_permission_denied, error);
+       !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
+    if (it->is_directory(error) && !it->is_symlink(error)) {
+      ::chmod(it->path().c_str(), 0700);
+    }
+  }
+  ::chmod(path.c_str(), 0700);
+  std::filesystem::remove_all(path, error);
+}
+
+}  // namespace brisko::testing
