@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "base/standardized_path.h"
+#include "protocol/guard_warning_text.h"
 #include "rules/directory_listing.h"
 #include "rules/lowercased.h"
 
@@ -147,19 +148,8 @@ std::string guardAppName(const std::vector<RuleGuard>& guards) {
 }
 
 std::string guardWarning(std::string_view appName, std::string_view title) {
-  // Keyed text: U+0001, the key, then U+0002 before each argument. The
-  // application renders it in the user's language.
-  std::string text = "\x01";
-  if (appName.empty()) {
-    text += "A related process is running, so “%@” can’t be cleaned this time";
-  } else {
-    text += "%1$@ is running, so “%2$@” can’t be cleaned this time";
-    text += "\x02";
-    text += appName;
-  }
-  text += "\x02";
-  text += title;
-  return text;
+  if (appName.empty()) return GuardWarningText::relatedProcess(std::string(title));
+  return GuardWarningText::namedProcess(std::string(appName), std::string(title));
 }
 
 bool isDirectChild(std::string_view path, std::string_view root) {

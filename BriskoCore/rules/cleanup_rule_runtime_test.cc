@@ -6,6 +6,7 @@
 
 #include <ctime>
 
+#include "protocol/guard_warning_text.h"
 #include "rules/cleanup_rule_catalog.h"
 #include "testing/temporary_directory.h"
 
@@ -255,6 +256,7 @@ TEST(CleanupRuleRuntime, GuardWarningsNameTheApplication) {
             "\x01%1$@ is running, so “%2$@” can’t be cleaned this time\x02"
             "Arc\x02"
             "Arc cache");
+  EXPECT_EQ(GuardWarningText::guardedTitle(Runtime::guardWarning("Arc", "Arc cache")), "Arc cache");
   EXPECT_EQ(Runtime::guardWarning("", "Xcode caches"),
             "\x01"
             "A related process is running, so “%@” can’t be cleaned this time\x02Xcode caches");
