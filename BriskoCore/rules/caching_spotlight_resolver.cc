@@ -1,6 +1,6 @@
 #include "rules/caching_spotlight_resolver.h"
 
-#include "rules/lowercased.h"
+#include "base/unicode_text.h"
 
 namespace brisko {
 
@@ -9,7 +9,7 @@ CachingSpotlightResolver::CachingSpotlightResolver(
     : underlying_(std::move(underlying)) {}
 
 std::optional<bool> CachingSpotlightResolver::isInstalled(std::string_view bundleID) const {
-  const std::string key = rules_internal::lowercased(bundleID);
+  const std::string key = lowercasedText(bundleID);
   {
     std::lock_guard<std::mutex> guard(lock_);
     if (auto found = cache_.find(key); found != cache_.end()) return found->second;

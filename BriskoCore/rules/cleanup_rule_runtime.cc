@@ -7,9 +7,10 @@
 #include <memory>
 
 #include "base/standardized_path.h"
+#include "base/unicode_text.h"
 #include "protocol/guard_warning_text.h"
 #include "rules/directory_listing.h"
-#include "rules/lowercased.h"
+#include "safety/path_safety_policy.h"
 
 namespace brisko::CleanupRuleRuntime {
 
@@ -17,7 +18,6 @@ namespace {
 
 using rules_internal::exists;
 using rules_internal::listDirectory;
-using rules_internal::lowercased;
 
 bool isPattern(std::string_view component) {
   return component.find_first_of("*?") != std::string_view::npos;
@@ -113,9 +113,9 @@ std::vector<std::string> electronCacheFolders(const std::string& appFolder) {
 }
 
 bool isProtectedDomain(std::string_view name, const std::vector<std::string>& domains) {
-  const std::string lowerName = lowercased(name);
+  const std::string lowerName = lowercasedText(name);
   return std::any_of(domains.begin(), domains.end(), [&](const std::string& domain) {
-    return lowerName.find(lowercased(domain)) != std::string::npos;
+    return lowerName.find(lowercasedText(domain)) != std::string::npos;
   });
 }
 
@@ -153,8 +153,8 @@ std::string guardWarning(std::string_view appName, std::string_view title) {
 }
 
 bool isDirectChild(std::string_view path, std::string_view root) {
-  const std::string normalizedPath = standardizedPath(path);
-  const std::string prefix = standardizedPath(root) + "/";
+  const std::string normalizedPath = normalizedPolicyPath(path);
+  const std::string prefix = normalizedPolicyPath(root) + "/";
   if (!normalizedPath.starts_with(prefix)) return false;
   return normalizedPath.find('/', prefix.size()) == std::string::npos;
 }

@@ -1,6 +1,6 @@
 #include "rules/installed_app_inventory.h"
 
-#include "rules/lowercased.h"
+#include "base/unicode_text.h"
 
 namespace brisko {
 
@@ -8,7 +8,7 @@ InstalledAppInventory InstalledAppInventory::of(const std::set<std::string>& bun
                                                 bool isComplete) {
   InstalledAppInventory inventory;
   for (const std::string& bundleID : bundleIDs)
-    inventory.bundleIDs.insert(rules_internal::lowercased(bundleID));
+    inventory.bundleIDs.insert(lowercasedText(bundleID));
   inventory.isComplete = isComplete;
   return inventory;
 }

@@ -11,6 +11,7 @@
 #include "base/standardized_path.h"
 #include "rules/cleanup_rule_runtime.h"
 #include "rules/directory_listing.h"
+#include "safety/path_safety_policy.h"
 
 namespace brisko::CleanupRuleRuntime {
 
@@ -49,8 +50,8 @@ bool beginsWithDecimalDigit(const std::string& name) {
 
 // True when `target` is `folder` itself or lies somewhere below it.
 bool isSameOrInside(const std::string& target, const std::string& folder) {
-  const std::string normalizedTarget = standardizedPath(target);
-  const std::string normalizedFolder = standardizedPath(folder);
+  const std::string normalizedTarget = normalizedPolicyPath(target);
+  const std::string normalizedFolder = normalizedPolicyPath(folder);
   return normalizedTarget == normalizedFolder ||
          normalizedTarget.starts_with(normalizedFolder + "/");
 }
