@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "base/unicode_text.h"
 #include "platform/symlink_resolution.h"
@@ -19,38 +20,54 @@ bool startsWith(std::string_view text, std::string_view prefix) {
 }
 
 bool contains(std::string_view text, std::string_view needle) {
-  return text.find(needle) != std::string_view::npos;
+  return ::memmem(text.data(), text.size(), needle.data(), needle.size()) != nullptr;
 }
 
-// `path` is `root` or lies below it.
+// `path` is `root` or lies below it. The boundary is tested first: it rules
+// out most roots without comparing their text.
 bool isWithin(std::string_view path, std::string_view root) {
-  return startsWith(path, root) && (path.size() == root.size() || path[root.size()] == '/');
+  return (path.size() == root.size() || (path.size() > root.size() && path[root.size()] == '/')) &&
+         startsWith(path, root);
 }
 
-bool isNormalized(std::string_view path) {
-  if (path.size() >= 2 && path.back() == '/') return false;
-  return path.find("//") == std::string_view::npos;
-}
+struct PathShape {
+  // A piece that is exactly ".." or ".": a spelling that names another place
+  // than the text seems to, which the protected lists could not recognise.
+  bool hasDotPiece = false;
+  // No "//" and no trailing "/": the normalisation would leave it as it is.
+  bool isNormalized = true;
+};
 
-// A piece of the path that is exactly ".." (or "."): a spelling that names a
-// place other than the one the text seems to, which the protected lists
-// could not recognise.
-bool hasTraversalPiece(std::string_view path) {
-  size_t from = 0;
-  while (from <= path.size()) {
-    size_t slash = path.find('/', from);
-    if (slash == std::string_view::npos) slash = path.size();
-    const std::string_view piece = path.substr(from, slash - from);
-    if (piece == ".." || piece == ".") return true;
-    from = slash + 1;
+PathShape shapeOf(std::string_view path) {
+  PathShape shape;
+  size_t pieceStart = 0;
+  for (size_t i = 0; i <= path.size(); ++i) {
+    if (i < path.size() && path[i] != '/') continue;
+    const size_t length = i - pieceStart;
+    if ((length == 1 && path[pieceStart] == '.') ||
+        (length == 2 && path[pieceStart] == '.' && path[pieceStart + 1] == '.')) {
+      shape.hasDotPiece = true;
+    }
+    if (i < path.size() && i > 0 && path[i - 1] == '/') shape.isNormalized = false;
+    pieceStart = i + 1;
   }
-  return false;
+  if (path.size() >= 2 && path.back() == '/') shape.isNormalized = false;
+  return shape;
 }
 
 bool isWhitelistMatch(const PathSafetyPolicy::CompiledMatcher& matcher, std::string_view normal,
                       std::string& terminatedNormal) {
   using Kind = PathSafetyPolicy::CompiledMatcher::Kind;
   const std::string& pattern = matcher.pattern;
+  // For the plain and prefix kinds, every way to match needs the path and
+  // the pattern's literal text to agree up to the shorter of the two; one
+  // comparison rules out most patterns before the four tests below.
+  if (matcher.kind == Kind::exact || matcher.kind == Kind::prefix) {
+    const std::string& literal = matcher.kind == Kind::exact ? pattern : matcher.text;
+    const size_t shared = std::min(literal.size(), normal.size());
+    if (shared > 0 && normal[shared - 1] != literal[shared - 1]) return false;
+    if (std::memcmp(normal.data(), literal.data(), shared) != 0) return false;
+  }
   if (normal == pattern) return true;
   switch (matcher.kind) {
     case Kind::prefix:
@@ -197,14 +214,27 @@ bool PathSafetyPolicy::isCriticalSystemRawPath(std::string_view path) const {
 }
 
 std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_view lower) const {
-  // Every home table lies below the home, so one test skips them all for
-  // paths elsewhere.
+  // Every root of the home tables is the lower-cased home plus a suffix, so
+  // one test of the home rules them all out for paths elsewhere, and for
+  // paths below it only the suffixes are left to compare.
+  const size_t homeLength = lowerHome_ == "/" ? 0 : lowerHome_.size();
   const bool belowHome =
-      lowerHome_ == "/" || (startsWith(lower, lowerHome_) && lower.size() > lowerHome_.size() &&
-                            lower[lowerHome_.size()] == '/');
+      lower.size() > homeLength && lower[homeLength] == '/' &&
+      lower.compare(0, homeLength, std::string_view(lowerHome_).substr(0, homeLength)) == 0;
+  const auto isWithinHomeRoot = [&](const std::string& root) {
+    // The boundary and the last byte rule out most roots cheaply.
+    return (lower.size() == root.size() ||
+            (lower.size() > root.size() && lower[root.size()] == '/')) &&
+           lower[root.size() - 1] == root.back() &&
+           std::memcmp(lower.data() + homeLength, root.data() + homeLength,
+                       root.size() - homeLength) == 0;
+  };
+  const auto isWithinAnyHomeRoot = [&](const std::vector<std::string>& roots) {
+    return std::any_of(roots.begin(), roots.end(), isWithinHomeRoot);
+  };
   constexpr auto kProtected = PathSafetyReason::protectedUserData;
 
-  if (belowHome && isWithin(lower, orbstackRoot_)) return kProtected;
+  if (belowHome && isWithinHomeRoot(orbstackRoot_)) return kProtected;
   if (contains(lower, "/library/group containers/") && contains(lower, "dev.orbstack")) {
     return kProtected;
   }
@@ -216,31 +246,17 @@ std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_v
       if (contains(lower, marker)) return kProtected;
     }
   }
-  if (belowHome) {
-    for (const std::string& root : protectedUserRoots_) {
-      if (isWithin(lower, root)) return kProtected;
-    }
-  }
+  if (belowHome && isWithinAnyHomeRoot(protectedUserRoots_)) return kProtected;
   for (const std::string_view root : protected_tables::kAudioAndImagingRoots) {
     if (isWithin(lower, root)) return kProtected;
   }
   if (protected_tables::containsSystemSettingsMarker(lower)) return kProtected;
 
-  bool insideAppData = false;
-  if (belowHome) {
-    for (const std::string& root : appDataRoots_) {
-      if (isWithin(lower, root)) {
-        insideAppData = true;
-        break;
-      }
-    }
-  }
+  const bool insideAppData = belowHome && isWithinAnyHomeRoot(appDataRoots_);
   if (protected_tables::matchesProtectedApplicationName(lower, insideAppData)) return kProtected;
 
   if (belowHome) {
-    for (const std::string& root : highRiskCacheRoots_) {
-      if (isWithin(lower, root)) return kProtected;
-    }
+    if (isWithinAnyHomeRoot(highRiskCacheRoots_)) return kProtected;
     // These end in a partial file name, so there is no boundary to test.
     for (const std::string& prefix : preferencePrefixes_) {
       if (startsWith(lower, prefix)) return kProtected;
@@ -265,12 +281,13 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
   if (checkScalars(path) != ScalarCheck::clean) {
     return PathSafetyVerdict::invalid(PathSafetyReason::controlCharacter);
   }
-  if (hasTraversalPiece(path)) return PathSafetyVerdict::invalid(PathSafetyReason::pathTraversal);
+  const PathShape shape = shapeOf(path);
+  if (shape.hasDotPiece) return PathSafetyVerdict::invalid(PathSafetyReason::pathTraversal);
 
   // Paths from a walk are already normal; only odd spellings pay for a copy.
   std::string normalized;
   std::string_view normal = path;
-  if (!isNormalized(path)) {
+  if (!shape.isNormalized) {
     normalized = normalizedPolicyPath(path);
     normal = normalized;
   }
