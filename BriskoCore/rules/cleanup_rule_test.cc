@@ -13,7 +13,9 @@ TEST(RuleModel, ModesAreEqualByCaseAndPayload) {
   EXPECT_EQ(Mode::keepNewestVersions(1, "~/.local/bin/claude"),
             Mode::keepNewestVersions(1, "~/.local/bin/claude"));
   // An absent pin differs from any pin, also an empty one.
-  EXPECT_NE(Mode::keepNewestVersions(1, std::nullopt), Mode::keepNewestVersions(1, ""));
+  const Mode unpinned = Mode::keepNewestVersions(1, std::nullopt);
+  const Mode emptyPin = Mode::keepNewestVersions(1, "");
+  EXPECT_NE(unpinned, emptyPin);
   EXPECT_EQ(Mode::filesWithExtensions({"dmg", "pkg"}), Mode::filesWithExtensions({"pkg", "dmg"}));
   // Lists keep their order; sets don't have one.
   EXPECT_NE(Mode::appBundlePresence({"/a", "/b"}), Mode::appBundlePresence({"/b", "/a"}));
