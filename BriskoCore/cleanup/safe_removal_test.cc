@@ -107,7 +107,7 @@ TEST(SafeRemoval, AFailureDeepInsideStopsAndReportsAsAnOrdinaryUser) {
 TEST(SafeRemoval, AFolderSwappedForALinkDuringTheRemovalNeverLeadsOutside) {
   // Another process keeps replacing a sub-folder of the item with a link to a
   // folder outside it; whatever the interleaving, the outside stays whole.
-  for (int round = 0; round < 25; ++round) {
+  for (int round = 0; round < 15; ++round) {
     TemporaryDirectory home;
     const std::string outside = home.makeDirectory("Documents");
     for (int i = 0; i < 50; ++i)
