@@ -313,6 +313,11 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
   if (isCriticalSystemPath(lowerResolved) || protectionReason(lowerResolved)) {
     return PathSafetyVerdict::protected_(PathSafetyReason::symbolicLinkRedirect);
   }
+  // A link into a kept place keeps it too: the user's whitelist names places,
+  // not spellings.
+  if (const std::string* pattern = whitelistMatch(resolved)) {
+    return PathSafetyVerdict::whitelisted(*pattern);
+  }
   return PathSafetyVerdict::allowed();
 }
 

@@ -115,7 +115,8 @@ class PathSafetyPolicy {
   // The gate. Never throws on any input and never touches the disk when
   // `resolvingSymlinks` is false. With true, links in the existing part of the
   // path are followed (a missing tail is kept as given) and the path is
-  // refused as `symbolicLinkRedirect` when the place it leads to would be.
+  // refused as `symbolicLinkRedirect` when the place it leads to is critical
+  // or protected, or reported `whitelisted` when that place is kept.
   PathSafetyVerdict evaluate(std::string_view path, bool resolvingSymlinks) const;
 
   // Linux's and the system's own places, every home folder (/home/NAME,
