@@ -23,7 +23,7 @@ namespace brisko {
 enum class PathSafetyReason : uint8_t {
   emptyPath,
   relativePath,
-  pathTraversal,
+  pathTraversal,     // a ".." piece, and also a "." piece
   controlCharacter,  // also bytes that are not UTF-8
   criticalSystemPath,
   protectedUserData,
@@ -136,12 +136,11 @@ class PathSafetyPolicy {
   const std::string& lowerHome() const { return lowerHome_; }
 
   // The pattern of the first whitelist matcher that covers `normalPath`
-  // (compared case-sensitively), or none. Ancestors of a pattern count too.
+  // (compared case-sensitively), or none; it lives as long as the policy.
+  // Ancestors of a pattern count too.
   const std::string* whitelistMatch(std::string_view normalPath) const;
 
  private:
-  bool isWithinHomeTable(std::string_view lower, const std::vector<std::string>& roots) const;
-
   std::string homeDirectory_;
   std::vector<std::string> whitelistPatterns_;
   std::string lowerHome_;
@@ -151,6 +150,9 @@ class PathSafetyPolicy {
   std::vector<std::string> preferencePrefixes_;
   std::string orbstackRoot_;
   std::vector<std::string> appDataRoots_;
+  // Brisko's data folder, lower-cased, when $XDG_DATA_HOME moves it out of
+  // <home>/.local/share; else empty.
+  std::string movedDataDirectory_;
 };
 
 }  // namespace brisko

@@ -215,6 +215,23 @@ TEST(PathSafetyPolicyProtected, CatchesProtectedUserData) {
   }
 }
 
+TEST(PathSafetyPolicyProtected, BriskosOwnDataFolderWhereverItLies) {
+  const char* saved = std::getenv("XDG_DATA_HOME");
+  const std::string previous = saved == nullptr ? "" : saved;
+  ::setenv("XDG_DATA_HOME", "/data/Shared/xdg", 1);
+  const PathSafetyPolicy moved(kHome, {});
+  if (saved == nullptr) {
+    ::unsetenv("XDG_DATA_HOME");
+  } else {
+    ::setenv("XDG_DATA_HOME", previous.c_str(), 1);
+  }
+  EXPECT_EQ(check(moved, "/data/shared/XDG/brisko/Plans/x.json"),
+            Verdict::protected_(Reason::protectedUserData));
+  EXPECT_EQ(check(moved, "/home/vimo/.local/share/brisko"),
+            Verdict::protected_(Reason::protectedUserData));
+  EXPECT_EQ(check(moved, "/data/Shared/xdg/other"), Verdict::allowed());
+}
+
 TEST(PathSafetyPolicyProtected, EndpointSecurityOnlyInTheTemporaryArea) {
   const PathSafetyPolicy policy(kHome, {});
   EXPECT_EQ(check(policy, "/var/folders/ab/cd/T/com.crowdstrike.falcon/x"),
