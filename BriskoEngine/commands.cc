@@ -1,6 +1,7 @@
 // The command table of the engine: one row per command word.
 
 #include "base/version.h"
+#include "cleanup_commands.h"
 #include "engine_command.h"
 #include "platform/volume_snapshot.h"
 #include "protocol/engine_protocol.h"
@@ -29,6 +30,8 @@ const std::vector<EngineCommand>& engineCommands() {
   static const std::vector<EngineCommand> commands{
       {"capabilities", {}, capabilities},
       {"overview", {}, overview},
+      {"create-plan", {}, createPlan},
+      {"execute-plan", {}, executePlan},
   };
   return commands;
 }
