@@ -137,6 +137,10 @@ TEST_F(CleanupRuleRuntimeTest, VersionCandidatesAreRealVisibleFolders) {
   home.writeFile("versions/1.0/tool");
   home.makeSymlink(".local/bin/tool", root + "/1.0/tool");
   EXPECT_EQ(Runtime::versionsToRemove(root, 0, "~/.local/bin/tool", home.path()), Paths{});
+  // Digits of any script count.
+  home.makeDirectory("versions/١.٠");
+  EXPECT_EQ(Runtime::versionsToRemove(root, 0, "~/.local/bin/tool", home.path()),
+            Paths{root + "/١.٠"});
   // A missing root is a decision: nothing to remove.
   EXPECT_EQ(Runtime::versionsToRemove(home / "missing", 0, std::nullopt, home.path()), Paths{});
 }
