@@ -32,6 +32,14 @@ void executePlan(CommandContext& context) {
     // A damaged plan file can't be run any more than a missing one.
     throw CleanupPlanningError(CleanupPlanningError::Kind::planNotFound);
   }
+  // The file is data on disk: one that claims another identity, or a life
+  // longer than any plan is given, was not written by create-plan.
+  if (plan.id != request.planID) {
+    throw CleanupPlanningError(CleanupPlanningError::Kind::planNotFound);
+  }
+  if (plan.expiresAt - plan.createdAt > CleanupPlanBuilder::kPlanLifetime) {
+    throw CleanupPlanningError(CleanupPlanningError::Kind::planExpired);
+  }
 
   CleanupEvent started;
   started.kind = CleanupEventKind::started;
@@ -52,7 +60,7 @@ void executePlan(CommandContext& context) {
   completed.kind = CleanupEventKind::completed;
   completed.receipt = receipt;
   context.output.writeLine(completed);
-  plans.remove(plan.id);
+  plans.remove(request.planID);
 }
 
 }  // namespace brisko::engine

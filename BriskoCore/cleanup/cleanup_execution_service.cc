@@ -49,7 +49,14 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
   const std::shared_ptr<const SpotlightResolver> spotlight =
       spotlightOverride_ ? spotlightOverride_
                          : std::make_shared<CachingSpotlightResolver>(systemSpotlightResolver(2.0));
-  const RemovalHandler remove = removalHandler ? removalHandler : removeWithoutFollowingLinks;
+  const auto remove = [&](const CleanupPlanItem& item) -> std::optional<std::string> {
+    if (!removalHandler) return removeWithoutFollowingLinks(item.path, item.identity);
+    try {
+      return removalHandler(item.path);
+    } catch (const std::exception& error) {
+      return std::string(error.what());
+    }
+  };
 
   const auto check = [&](const CleanupPlanItem& item) -> std::optional<CleanupItemResult> {
     const std::string& path = item.path;
@@ -64,7 +71,7 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
       return skipped(item, "The set of kept versions changed; skipped this time.");
     }
     if (item.findingID == kOrphanRuleID &&
-        !builder.isStillOrphaned(path, item.findingID, installedApps, *spotlight)) {
+        !builder.isStillOrphaned(path, item.findingID, installedApps, *spotlight, policy)) {
       return skipped(item, "The app appears to have been reinstalled; skipped this time.");
     }
     if (!policy.evaluate(path, /*resolvingSymlinks=*/true).isAllowed()) {
@@ -88,7 +95,7 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
     CleanupItemResult result;
     if (auto refused = check(item)) {
       result = std::move(*refused);
-    } else if (const auto failure = remove(item.path)) {
+    } else if (const auto failure = remove(item)) {
       result = {item.path, item.path, 0, CleanupItemOutcome::failed, *failure};
     } else {
       result = {item.path, item.path, item.estimatedBytes, CleanupItemOutcome::deleted,

@@ -32,7 +32,9 @@ class CleanupExecutionService {
 
   // Throws CleanupPlanningError protocolMismatch or planExpired before
   // touching anything; rethrows what `onItem` throws. Without a removal
-  // handler items are deleted permanently, never following a link.
+  // handler items are deleted permanently, never following a link, and only
+  // while each is still the file or folder that the plan snapshotted. A
+  // handler that throws fails its item; the run goes on.
   CleanupReceipt execute(const CleanupPlan& plan, const RemovalHandler& removalHandler = {},
                          const ItemHandler& onItem = {}) const;
 

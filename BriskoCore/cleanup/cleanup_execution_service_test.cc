@@ -14,6 +14,7 @@
 
 #include "cleanup/cleanup_plan_builder.h"
 #include "cleanup/cleanup_planning_error.h"
+#include "cleanup/file_identity.h"
 #include "rules/stub_spotlight_resolver.h"
 #include "testing/temporary_directory.h"
 
@@ -140,6 +141,38 @@ TEST_F(CleanupExecutionTest, APathOutsideItsCategoryIsNeverTrusted) {
   const auto result = run(planned).results.at(0);
   EXPECT_EQ(result.message, "The path is no longer inside the scanned category.");
   EXPECT_TRUE(fs::exists(home / "Documents/precious"));
+}
+
+TEST_F(CleanupExecutionTest, AnEditedPlanCanNameNothingTheCategoryWouldNotOffer) {
+  // Each forged item has its real identity, so only the selection check can
+  // stop it: a fresh log, a hidden cache entry, a protected web app's storage.
+  home.writeFile("Library/Logs/App/old.log", "o");
+  CleanupPlan planned = plan({"user-logs", "user-caches", "browser-caches"});
+  const auto forge = [&](const std::string& relative, const std::string& findingID) {
+    const std::string path = home / relative;
+    CleanupPlanItem item;
+    item.findingID = findingID;
+    item.path = path;
+    item.identity = *identitySnapshot(path);
+    item.estimatedBytes = measuredBytes(path);
+    planned.items.push_back(item);
+  };
+  home.writeFile("Library/Logs/App/today.log", "fresh");
+  forge("Library/Logs/App/today.log", "user-logs");
+  forge("Library/Logs/App", "user-logs");
+  home.writeFile("Library/Caches/.keep-me/data", "x");
+  forge("Library/Caches/.keep-me", "user-caches");
+  const std::string storage =
+      "Library/Application Support/Google/Chrome/Default/Service Worker/CacheStorage";
+  home.writeFile(storage + "/https_docs.google.com_0/data", "x");
+  forge(storage + "/https_docs.google.com_0", "browser-caches");
+  for (const auto& result : run(planned).results) {
+    EXPECT_EQ(result.outcome, CleanupItemOutcome::skipped) << result.id;
+    EXPECT_EQ(result.message, "The path is no longer inside the scanned category.") << result.id;
+  }
+  EXPECT_TRUE(fs::exists(home / "Library/Logs/App/today.log"));
+  EXPECT_TRUE(fs::exists(home / "Library/Caches/.keep-me/data"));
+  EXPECT_TRUE(fs::exists(home / (storage + "/https_docs.google.com_0/data")));
 }
 
 TEST_F(CleanupExecutionTest, AnAbsentProcessListBlocksGuardedItemsOnly) {

@@ -7,6 +7,7 @@
 
 #include "base/path_components.h"
 #include "base/standardized_path.h"
+#include "base/utf8.h"
 #include "cleanup/cleanup_planning_error.h"
 #include "cleanup/file_identity.h"
 #include "cleanup/plan_candidates.h"
@@ -21,7 +22,11 @@ namespace {
 
 namespace runtime = CleanupRuleRuntime;
 
-CleanupPlanSkip skip(CleanupPlanSkipReason reason, const std::string& path, std::string message) {
+// A skip is only shown, never acted on, so a name that isn't UTF-8 is shown
+// repaired rather than breaking the whole plan's JSON.
+CleanupPlanSkip skip(CleanupPlanSkipReason reason, const std::string& rawPath,
+                     std::string message) {
+  const std::string path = repairedUtf8(rawPath);
   return {std::string(enumName(reason)) + ":" + path, path, reason, std::move(message)};
 }
 
@@ -64,6 +69,9 @@ CleanupPlan CleanupPlanBuilder::makePlan(const CreateCleanupPlanRequest& request
   plan.createdAt = now_;
   plan.expiresAt = now_ + kPlanLifetime;
 
+  // Selections may overlap (a cache folder that is also an orphan): a path
+  // enters the plan, or its skips, once.
+  std::set<std::string> judged;
   for (const CleanupSelection& selection : selections()) {
     const bool whole = findingIDs.contains(selection.findingID);
     const bool partial = !whole && hasItemOf(itemIDs, selection.findingID);
@@ -78,6 +86,7 @@ CleanupPlan CleanupPlanBuilder::makePlan(const CreateCleanupPlanRequest& request
                        partial ? &itemIDs : nullptr);
     for (const auto& candidate : candidates) {
       const std::string path = standardizedPath(candidate);
+      if (!judged.insert(path).second) continue;
       struct stat info;
       if (::lstat(path.c_str(), &info) != 0) {
         plan.skipped.push_back(skip(CleanupPlanSkipReason::inspectionFailed, path,
@@ -137,14 +146,15 @@ bool CleanupPlanBuilder::pathBelongsToSelection(const std::string& path,
                                                 const std::string& findingID) const {
   const auto found = selectionsOf(findingID);
   return std::any_of(found.begin(), found.end(), [&](const CleanupSelection* selection) {
-    return selectionAccepts(*selection, path);
+    return selectionAccepts(*selection, path, now_);
   });
 }
 
 bool CleanupPlanBuilder::isGuardBlocking(const std::string& path, const std::string& findingID,
                                          const RunningProcesses& processes) const {
   for (const CleanupSelection* selection : selectionsOf(findingID)) {
-    if (selectionAccepts(*selection, path) && runtime::isGuardHit(selection->guards, processes)) {
+    if (selectionAccepts(*selection, path, now_) &&
+        runtime::isGuardHit(selection->guards, processes)) {
       return true;
     }
   }
@@ -154,7 +164,7 @@ bool CleanupPlanBuilder::isGuardBlocking(const std::string& path, const std::str
 std::string CleanupPlanBuilder::guardSkipMessage(const std::string& path,
                                                  const std::string& findingID) const {
   for (const CleanupSelection* selection : selectionsOf(findingID)) {
-    if (!selection->guards.empty() && selectionAccepts(*selection, path)) {
+    if (!selection->guards.empty() && selectionAccepts(*selection, path, now_)) {
       return runtime::guardWarning(runtime::guardAppName(selection->guards),
                                    selection->itemTitle.value_or(selection->title));
     }
@@ -197,13 +207,13 @@ bool CleanupPlanBuilder::isStillRemovableActiveAndNewer(const std::string& path,
 
 bool CleanupPlanBuilder::isStillOrphaned(const std::string& path, const std::string& findingID,
                                          const InstalledAppInventory& inventory,
-                                         const SpotlightResolver& spotlight) const {
+                                         const SpotlightResolver& spotlight,
+                                         const PathSafetyPolicy& policy) const {
   // An incomplete inventory can't tell a gone application from a hidden one.
   if (!inventory.isComplete) return false;
-  const PathSafetyPolicy policy = PathSafetyPolicy::loadingWhitelistFor(homeDirectory_);
   for (const CleanupSelection* selection : selectionsOf(findingID)) {
     const auto* mode = selection->mode.as<RuleTargetMode::OrphanedBundles>();
-    if (mode == nullptr || !selectionAccepts(*selection, path)) continue;
+    if (mode == nullptr || !selectionAccepts(*selection, path, now_)) continue;
     const auto judgement =
         OrphanDetection::judge(standardizedPath(path), mode->resource, inventory, spotlight, policy,
                                OrphanDetection::MtimeSource::readFromDisk(), now_);

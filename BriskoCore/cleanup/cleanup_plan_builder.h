@@ -12,6 +12,7 @@
 #include "rules/installed_app_inventory.h"
 #include "rules/running_process.h"
 #include "rules/spotlight_resolver.h"
+#include "safety/path_safety_policy.h"
 
 namespace brisko {
 
@@ -38,8 +39,8 @@ class CleanupPlanBuilder {
   bool isStillRemovableKeepNewest(const std::string& path, const std::string& findingID) const;
   bool isStillRemovableActiveAndNewer(const std::string& path, const std::string& findingID) const;
   bool isStillOrphaned(const std::string& path, const std::string& findingID,
-                       const InstalledAppInventory& inventory,
-                       const SpotlightResolver& spotlight) const;
+                       const InstalledAppInventory& inventory, const SpotlightResolver& spotlight,
+                       const PathSafetyPolicy& policy) const;
 
   // The selections, built on first use and kept for the builder's life
   // (expanding the catalog's patterns is too slow to repeat per item).

@@ -124,6 +124,31 @@ TEST_F(CleanupPlanBuilderTest, OldLogsAreStrictlyOlderFilesNeverThroughLinks) {
             std::vector<std::string>{home / "Library/Logs/Other/old.log"});
 }
 
+TEST_F(CleanupPlanBuilderTest, PickedRowsCannotClimbOutOfTheRootOrCountTwice) {
+  const std::string outside = home.writeFile("Documents/old-report.pdf", "r");
+  age(outside, std::chrono::hours(24 * 30));
+  home.makeSymlink("Library/Logs/to-documents", home / "Documents");
+  EXPECT_TRUE(plan({}, {"user-logs:" + home / "Library/Logs/../../Documents"}).items.empty());
+  EXPECT_TRUE(plan({}, {"user-logs:" + home / "Library/Logs/to-documents"}).items.empty());
+
+  const std::string old = home.writeFile("Library/Logs/a/old.log", "o");
+  age(old, std::chrono::hours(24 * 30));
+  const CleanupPlan nested = plan(
+      {}, {"user-logs:" + home / "Library/Logs/a", "user-logs:" + home / "Library/Logs/a/old.log"});
+  EXPECT_EQ(paths(nested), std::vector<std::string>{old});
+}
+
+TEST_F(CleanupPlanBuilderTest, ANameThatIsNotUtf8IsSkippedAndThePlanStillWrites) {
+  home.writeFile("Library/Caches/bad\xff/data", "x");
+  home.writeFile("Library/Caches/good/data", "x");
+  const CleanupPlan result = plan({"user-caches"});
+  EXPECT_EQ(paths(result), std::vector<std::string>{home / "Library/Caches/good"});
+  ASSERT_EQ(result.skipped.size(), 1u);
+  EXPECT_EQ(result.skipped[0].reason, CleanupPlanSkipReason::invalidPath);
+  EXPECT_EQ(result.skipped[0].path, home / "Library/Caches/bad\xEF\xBF\xBD");
+  EXPECT_NO_THROW(encodeJson(result));
+}
+
 TEST_F(CleanupPlanBuilderTest, InstallersGoByExtension) {
   home.writeFile("Downloads/App.DMG", "d");
   home.writeFile("Downloads/tool.pkg", "p");

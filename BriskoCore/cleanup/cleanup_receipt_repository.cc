@@ -26,7 +26,9 @@ std::string CleanupReceiptRepository::fileName(const CleanupReceipt& receipt) {
   char buffer[64];
   const auto [end, error] =
       std::to_chars(buffer, buffer + sizeof buffer, seconds, std::chars_format::fixed);
-  const std::string text = error == std::errc() ? std::string(buffer, end) : "0";
+  std::string text = error == std::errc() ? std::string(buffer, end) : "0";
+  // The shortest text of a whole double still shows it is one: "1790000000.0".
+  if (text.find('.') == std::string::npos) text += ".0";
   return text + "-" + receipt.id.text() + ".json";
 }
 

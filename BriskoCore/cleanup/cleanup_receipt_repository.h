@@ -27,8 +27,8 @@ class CleanupReceiptRepository {
 
   const std::string& historyDirectory() const { return historyDirectory_; }
 
-  // "1790000000.25-<ID>.json": the completion time in the shortest decimal
-  // text that reads back as the same double, so receipts sort by name too.
+  // "1790000000.25-<ID>.json", "1790000000.0-<ID>.json": the completion time
+  // in the shortest decimal text that reads back as the same double.
   static std::string fileName(const CleanupReceipt& receipt);
 
  private:

@@ -84,7 +84,7 @@ TEST(CleanupReceiptRepository, NamesFilesByCompletionTimeAndLoadsNewestFirst) {
 
   EXPECT_EQ(CleanupReceiptRepository::fileName(older),
             "1790000000.25-" + older.id.text() + ".json");
-  EXPECT_EQ(CleanupReceiptRepository::fileName(newer), "1790000100-" + newer.id.text() + ".json");
+  EXPECT_EQ(CleanupReceiptRepository::fileName(newer), "1790000100.0-" + newer.id.text() + ".json");
   repository.save(older);
   repository.save(newer);
   EXPECT_EQ(modeOf(repository.historyDirectory()), 0700u);

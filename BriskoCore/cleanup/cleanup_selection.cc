@@ -32,6 +32,29 @@ bool isSymbolicLink(const std::string& path) {
   return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
 }
 
+bool isHidden(const std::string& path) {
+  return lastPathComponent(path).starts_with('.');
+}
+
+bool isVisibleDirectChild(const std::string& path, const std::string& root) {
+  return runtime::isDirectChild(path, root) && !isHidden(path);
+}
+
+Date modificationOf(const struct stat& info) {
+  return Date{std::chrono::seconds{info.st_mtim.tv_sec} +
+              std::chrono::nanoseconds{info.st_mtim.tv_nsec}};
+}
+
+// An old regular file of the selection: the root itself when it is one, or a
+// file below the root reached without passing a link.
+bool isOldFileOf(const std::string& path, const std::string& root, Date cutoff) {
+  struct stat info;
+  if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  if (modificationOf(info) >= cutoff) return false;
+  if (normalizedPolicyPath(path) == normalizedPolicyPath(root)) return true;
+  return isUnder(path, root) && isReachableWithoutLinks(root, path);
+}
+
 CandidateMode candidateModeOf(const RuleTargetMode& mode) {
   if (mode.kind() == RuleTargetMode::Case::appBundlePresence) return RuleTargetMode::contents();
   return mode;
@@ -110,17 +133,45 @@ std::vector<std::string> staleShellLinks(const std::string& multishellsFolder) {
   return links;
 }
 
-bool selectionAccepts(const CleanupSelection& selection, const std::string& rawPath) {
+Date oldFilesCutoff(const RuleTargetMode::OldFiles& mode, Date now) {
+  return now - std::chrono::seconds{std::int64_t{mode.days} * 24 * 60 * 60};
+}
+
+bool isReachableWithoutLinks(const std::string& root, const std::string& path) {
+  if (!isUnder(path, root)) return false;
+  const std::string normalRoot = normalizedPolicyPath(root);
+  const std::string normalPath = normalizedPolicyPath(path);
+  size_t at = normalRoot == "/" ? 0 : normalRoot.size();
+  while (at < normalPath.size()) {
+    const size_t next = normalPath.find('/', at + 1);
+    const std::string prefix = normalPath.substr(0, next);
+    if (isSymbolicLink(prefix)) return false;
+    if (next == std::string::npos) break;
+    at = next;
+  }
+  return true;
+}
+
+bool selectionAccepts(const CleanupSelection& selection, const std::string& rawPath, Date now) {
   const std::string path = standardizedPath(rawPath);
   const std::string& root = selection.root;
   switch (selection.mode.kind()) {
     case RuleTargetMode::Case::oldFiles:
-    case RuleTargetMode::Case::serviceWorkerCacheStorage:
+      return isOldFileOf(path, root,
+                         oldFilesCutoff(*selection.mode.as<RuleTargetMode::OldFiles>(), now));
+    case RuleTargetMode::Case::serviceWorkerCacheStorage: {
+      struct stat info;
+      return isVisibleDirectChild(path, root) && ::lstat(path.c_str(), &info) == 0 &&
+             S_ISDIR(info.st_mode) &&
+             !runtime::isProtectedDomain(
+                 lastPathComponent(path),
+                 selection.mode.as<RuleTargetMode::ServiceWorkerCacheStorage>()->protectedDomains);
+    }
     case RuleTargetMode::Case::contents:
     case RuleTargetMode::Case::appBundlePresence:
-      return isUnder(path, root);
+      return runtime::isDirectChild(path, root);
     case RuleTargetMode::Case::filesWithExtensions:
-      return runtime::isDirectChild(path, root) &&
+      return isVisibleDirectChild(path, root) &&
              selection.mode.as<RuleTargetMode::FilesWithExtensions>()->extensions.contains(
                  lowercasedPathExtension(path));
     case RuleTargetMode::Case::keepNewestVersions:
@@ -136,7 +187,7 @@ bool selectionAccepts(const CleanupSelection& selection, const std::string& rawP
                  selection.mode.as<RuleTargetMode::OrphanedBundles>()->resource)
                  .has_value();
     case RuleTargetMode::Case::topLevel: {
-      if (runtime::isDirectChild(path, root)) return true;
+      if (isVisibleDirectChild(path, root)) return true;
       const std::string parent = parentPath(path);
       return lastPathComponent(parent) == "fnm_multishells" &&
              runtime::isDirectChild(parent, root) && isStaleShellLink(path);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "base/date.h"
 #include "rules/cleanup_rule.h"
 
 namespace brisko {
@@ -34,8 +35,17 @@ bool isStaleShellLink(const std::string& path);
 // The stale shell links directly inside a fnm_multishells folder.
 std::vector<std::string> staleShellLinks(const std::string& multishellsFolder);
 
-// Whether `path` (standardised) is something the selection may offer, judged
-// from the path alone and the folders around it now.
-bool selectionAccepts(const CleanupSelection& selection, const std::string& path);
+// Whether `path` is something the selection could offer now: the same tests
+// as the candidate listing, so a plan file edited on disk can't name anything
+// wider (a fresh log, a hidden file, a protected web app's storage, a path
+// below a link). `now` is the base of the age test of old files.
+bool selectionAccepts(const CleanupSelection& selection, const std::string& path, Date now);
+
+// True when every component of `path` below `root` is a real folder or, for
+// the last, anything but a link; `path` must lie under `root`.
+bool isReachableWithoutLinks(const std::string& root, const std::string& path);
+
+// The cutoff of an old-files mode: files modified strictly before it are old.
+Date oldFilesCutoff(const RuleTargetMode::OldFiles& mode, Date now);
 
 }  // namespace brisko

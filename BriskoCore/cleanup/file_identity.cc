@@ -47,8 +47,9 @@ std::int64_t measuredBytes(const std::string& path) {
   if (S_ISREG(info.st_mode)) return allocatedBytes(info);
   if (!S_ISDIR(info.st_mode)) return 0;
   walkTotal = 0;
-  // FTW_PHYS: links are reported as links and never followed.
-  ::nftw(path.c_str(), addRegularFile, 32, FTW_PHYS);
+  // FTW_PHYS: links are reported as links and never followed; FTW_MOUNT:
+  // other file systems mounted inside are not measured (nor ever removed).
+  ::nftw(path.c_str(), addRegularFile, 32, FTW_PHYS | FTW_MOUNT);
   return walkTotal;
 }
 

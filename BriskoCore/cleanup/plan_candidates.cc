@@ -22,6 +22,7 @@ struct Listing {
   const std::set<std::string>* itemIDs;
   size_t limit;
   std::vector<std::string> paths;
+  std::set<std::string> listed;  // nested picked rows may meet the same file twice
 
   bool full() const { return paths.size() >= limit; }
 
@@ -32,7 +33,7 @@ struct Listing {
     return itemIDs == nullptr || itemIDs->contains(idOf(path));
   }
   void add(const std::string& path) {
-    if (!full()) paths.push_back(path);
+    if (!full() && listed.insert(standardizedPath(path)).second) paths.push_back(path);
   }
   void addPicked(const std::string& path) {
     if (picked(path)) add(path);
@@ -52,13 +53,14 @@ bool isUnderOrAt(const std::string& path, const std::string& root) {
                                       normalPath[normalRoot.size()] == '/');
 }
 
-// Paths of the picked rows of this finding.
+// Paths of the picked rows of this finding, standardised (so ".." can't
+// climb out of the root) and in ID order without repeats.
 std::vector<std::string> pickedPaths(const Listing& listing) {
   std::vector<std::string> paths;
   const std::string prefix = listing.selection.findingID + ":";
   for (const auto& id : *listing.itemIDs) {
     if (id.size() > prefix.size() && id.compare(0, prefix.size(), prefix) == 0) {
-      paths.push_back(id.substr(prefix.size()));
+      paths.push_back(standardizedPath(id.substr(prefix.size())));
     }
   }
   return paths;
@@ -71,11 +73,11 @@ Date modificationOf(const struct stat& info) {
 
 // Old regular files at or below `start`, never descending through a link.
 thread_local Listing* oldFilesListing = nullptr;
-thread_local Date oldFilesCutoff{};
+thread_local Date oldFilesCutoffOfWalk{};
 
 int collectOldFile(const char* path, const struct stat* info, int type, FTW*) {
   // Strictly older than the cutoff.
-  if (type == FTW_F && S_ISREG(info->st_mode) && modificationOf(*info) < oldFilesCutoff) {
+  if (type == FTW_F && S_ISREG(info->st_mode) && modificationOf(*info) < oldFilesCutoffOfWalk) {
     oldFilesListing->add(path);
   }
   return oldFilesListing->full() ? 1 : 0;
@@ -90,9 +92,10 @@ void addOldFiles(Listing& listing, const std::string& start, Date cutoff) {
   }
   if (!S_ISDIR(info.st_mode)) return;
   oldFilesListing = &listing;
-  oldFilesCutoff = cutoff;
-  // FTW_PHYS: links are reported as links and never followed.
-  ::nftw(start.c_str(), collectOldFile, 32, FTW_PHYS);
+  oldFilesCutoffOfWalk = cutoff;
+  // FTW_PHYS: links are reported as links and never followed; FTW_MOUNT:
+  // other file systems stay out.
+  ::nftw(start.c_str(), collectOldFile, 32, FTW_PHYS | FTW_MOUNT);
   oldFilesListing = nullptr;
 }
 
@@ -108,18 +111,20 @@ bool hasPickedRowAtOrUnder(const Listing& listing, const std::string& root) {
 std::vector<std::string> planCandidates(const CleanupSelection& selection, const std::string& home,
                                         Date now, size_t limit,
                                         const std::set<std::string>* itemIDs) {
-  Listing listing{selection, itemIDs, limit, {}};
+  Listing listing{selection, itemIDs, limit, {}, {}};
   const std::string& root = selection.root;
   const Mode& mode = selection.mode;
   switch (mode.kind()) {
     case Mode::Case::oldFiles: {
-      const auto days = std::int64_t{mode.as<Mode::OldFiles>()->days};
-      const Date cutoff = now - std::chrono::seconds{days * 24 * 60 * 60};
+      const Date cutoff = oldFilesCutoff(*mode.as<Mode::OldFiles>(), now);
       if (itemIDs == nullptr) {
         addOldFiles(listing, root, cutoff);
       } else {
+        // A picked row is walked only where it really lies below the root:
+        // not through "..", not through a link on the way.
         for (const auto& path : pickedPaths(listing)) {
-          if (isUnderOrAt(path, root)) addOldFiles(listing, path, cutoff);
+          const bool isRoot = normalizedPolicyPath(path) == normalizedPolicyPath(root);
+          if (isRoot || isReachableWithoutLinks(root, path)) addOldFiles(listing, path, cutoff);
         }
       }
       break;

@@ -2,12 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
+
+#include "base/uuid.h"
 
 namespace brisko {
 
@@ -83,9 +87,45 @@ std::optional<std::vector<std::string>> namesIn(int folder, int& error) {
   return names;
 }
 
+// What identifies a thing and the mount it sits on, without following a link.
+struct Placement {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint32_t fileType = 0;
+  std::optional<std::uint64_t> mountID;  // none where the kernel can't tell
+};
+
+std::optional<Placement> placementAt(int folder, const char* name, int flags) {
+  struct statx info;
+  if (::statx(folder, name, flags | AT_SYMLINK_NOFOLLOW, STATX_TYPE | STATX_INO | STATX_MNT_ID,
+              &info) != 0) {
+    return std::nullopt;
+  }
+  Placement placement;
+  placement.device = makedev(info.stx_dev_major, info.stx_dev_minor);
+  placement.inode = info.stx_ino;
+  placement.fileType = info.stx_mode & S_IFMT;
+  if (info.stx_mask & STATX_MNT_ID) placement.mountID = info.stx_mnt_id;
+  return placement;
+}
+
+std::optional<Placement> placementOf(int fd) {
+  return placementAt(fd, "", AT_EMPTY_PATH);
+}
+
+bool sameMount(const Placement& a, const Placement& b) {
+  if (a.mountID && b.mountID) return *a.mountID == *b.mountID;
+  return a.device == b.device;
+}
+
+bool matches(const Placement& placement, const FileIdentitySnapshot& expected) {
+  return placement.device == expected.deviceID && placement.inode == expected.fileID &&
+         placement.fileType == expected.fileType;
+}
+
 class Remover {
  public:
-  explicit Remover(dev_t device) : device_(device) {}
+  explicit Remover(Placement mount) : mount_(std::move(mount)) {}
 
   // Removes the entry `name` of the open folder `parent`.
   bool removeEntry(int parent, const char* name) {
@@ -109,9 +149,10 @@ class Remover {
   }
 
   bool emptyFolder(int folder) {
-    struct stat info;
-    if (::fstat(folder, &info) != 0) return fail(errno);
-    if (info.st_dev != device_) return fail(EXDEV);
+    const auto placement = placementOf(folder);
+    if (!placement) return fail(errno);
+    // Another file system, or a bind mount of this one, is never entered.
+    if (!sameMount(*placement, mount_)) return fail(EXDEV);
     int error = 0;
     const auto names = namesIn(folder, error);
     if (!names) return fail(error);
@@ -123,19 +164,37 @@ class Remover {
 
   const std::string& failure() const { return failure_; }
 
- private:
   bool fail(int error) {
     failure_ = systemWords(error);
     return false;
   }
 
-  dev_t device_;
+ private:
+  Placement mount_;
   std::string failure_;
 };
 
+// Removes a file or link after making sure, under a private name, that it is
+// the expected one; puts anything else back where it was.
+std::optional<std::string> removeCheckedEntry(int parent, const std::string& name,
+                                              const FileIdentitySnapshot& expected) {
+  const std::string parked = ".brisko-removing-" + Uuid::random().text();
+  if (::renameat2(parent, name.c_str(), parent, parked.c_str(), RENAME_NOREPLACE) != 0) {
+    return systemWords(errno);
+  }
+  const auto placement = placementAt(parent, parked.c_str(), 0);
+  if (!placement || !matches(*placement, expected)) {
+    ::renameat2(parent, parked.c_str(), parent, name.c_str(), RENAME_NOREPLACE);
+    return kRemovalIdentityChanged;
+  }
+  if (::unlinkat(parent, parked.c_str(), 0) != 0) return systemWords(errno);
+  return std::nullopt;
+}
+
 }  // namespace
 
-std::optional<std::string> removeWithoutFollowingLinks(const std::string& path) {
+std::optional<std::string> removeWithoutFollowingLinks(
+    const std::string& path, const std::optional<FileIdentitySnapshot>& expected) {
   if (path.empty() || path.front() != '/') return systemWords(EINVAL);
   std::vector<std::string> components;
   size_t from = 1;
@@ -157,15 +216,32 @@ std::optional<std::string> removeWithoutFollowingLinks(const std::string& path) 
     if (!next.valid()) return systemWords(errno);
     parent = std::move(next);
   }
-  const char* name = components.back().c_str();
-  struct stat info;
-  if (::fstatat(parent.get(), name, &info, AT_SYMLINK_NOFOLLOW) != 0) return systemWords(errno);
-  Remover remover(info.st_dev);
-  if (!S_ISDIR(info.st_mode)) {
-    if (::unlinkat(parent.get(), name, 0) != 0) return systemWords(errno);
+  const std::string& name = components.back();
+  const auto parentPlacement = placementOf(parent.get());
+  const auto item = placementAt(parent.get(), name.c_str(), 0);
+  if (!parentPlacement || !item) return systemWords(errno);
+  // An item that is itself a mount point would take a whole file system along.
+  if (!sameMount(*item, *parentPlacement)) return systemWords(EBUSY);
+  if (expected && !matches(*item, *expected)) return kRemovalIdentityChanged;
+
+  if (item->fileType != S_IFDIR) {
+    if (expected) return removeCheckedEntry(parent.get(), name, *expected);
+    if (::unlinkat(parent.get(), name.c_str(), 0) != 0) return systemWords(errno);
     return std::nullopt;
   }
-  if (!remover.removeEntry(parent.get(), name)) return remover.failure();
+  Descriptor folder = openFolderAt(parent.get(), name.c_str());
+  if (!folder.valid()) return systemWords(errno);
+  // What is emptied is what was checked: the descriptor's own identity.
+  const auto opened = placementOf(folder.get());
+  if (!opened) return systemWords(errno);
+  if (expected ? !matches(*opened, *expected)
+               : (opened->inode != item->inode || opened->device != item->device)) {
+    return kRemovalIdentityChanged;
+  }
+  Remover remover(*parentPlacement);
+  if (!remover.emptyFolder(folder.get())) return remover.failure();
+  // Only an empty folder can go, so a folder swapped in meanwhile survives.
+  if (::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) != 0) return systemWords(errno);
   return std::nullopt;
 }
 

@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "protocol/plan_records.h"
+
 namespace brisko {
 
 // Permanently removes the file, link or folder at `path` without ever
@@ -15,11 +17,22 @@ namespace brisko {
 // - a folder is emptied through descriptors opened the same way and entries
 //   go with unlinkat, so a sub-folder swapped for a link at any moment is
 //   removed as the link (or the removal fails), never walked into;
-// - it never crosses into another file system mounted inside the item.
+// - it never enters a mount inside the item, bind mounts of the same file
+//   system included, and refuses an item that is itself a mount point;
+// - with `expected`, the item must still be that device, inode and type at
+//   the moment of removal: a folder is checked on the descriptor it is
+//   emptied through, anything else is first renamed to a private name in its
+//   folder and checked there, so a thing moved into the item's place after the
+//   last check is never removed (it is renamed back and the item fails).
 //
 // Returns none on success, else the system's words for the first failure
 // ("Permission denied", "Too many levels of symbolic links", ...). What was
 // removed before a failure stays removed.
-std::optional<std::string> removeWithoutFollowingLinks(const std::string& path);
+std::optional<std::string> removeWithoutFollowingLinks(
+    const std::string& path, const std::optional<FileIdentitySnapshot>& expected = std::nullopt);
+
+// The failure text when the item is no longer the one that was checked.
+inline constexpr const char* kRemovalIdentityChanged =
+    "The item was replaced while it was being removed.";
 
 }  // namespace brisko

@@ -4,10 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
+#include "cleanup/file_identity.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -139,6 +145,77 @@ TEST(SafeRemoval, AFolderSwappedForALinkDuringTheRemovalNeverLeadsOutside) {
       ASSERT_TRUE(exists(home / ("Documents/doc" + std::to_string(i)))) << "round " << round;
     }
   }
+}
+
+TEST(SafeRemoval, SomethingMovedIntoTheItemsPlaceAfterTheChecksIsKept) {
+  // What was checked was the cache folder; what stands there at removal is
+  // the user's documents, moved in by another process. It must survive.
+  TemporaryDirectory home;
+  home.writeFile("Library/Caches/app/data", "cache");
+  home.writeFile("Documents/thesis.tex", "precious");
+  const auto checkedFolder = identitySnapshot(home / "Library/Caches/app");
+  std::filesystem::remove_all(home / "Library/Caches/app");
+  std::filesystem::rename(home / "Documents", home / "Library/Caches/app");
+  EXPECT_EQ(removeWithoutFollowingLinks(home / "Library/Caches/app", checkedFolder),
+            kRemovalIdentityChanged);
+  EXPECT_TRUE(exists(home / "Library/Caches/app/thesis.tex"));
+
+  // The same for a single file, which is checked under a private name and
+  // put back.
+  home.writeFile("Library/Caches/one.bin", "cache");
+  home.writeFile("Documents/letter.txt", "precious");
+  const auto checkedFile = identitySnapshot(home / "Library/Caches/one.bin");
+  std::filesystem::rename(home / "Documents/letter.txt", home / "Library/Caches/one.bin");
+  EXPECT_EQ(removeWithoutFollowingLinks(home / "Library/Caches/one.bin", checkedFile),
+            kRemovalIdentityChanged);
+  EXPECT_TRUE(exists(home / "Library/Caches/one.bin"));
+  size_t entries = 0;
+  for ([[maybe_unused]] const auto& entry :
+       std::filesystem::directory_iterator(home / "Library/Caches")) {
+    ++entries;
+  }
+  EXPECT_EQ(entries, 2u) << "nothing is left under a private name";
+
+  // Unchanged, both go.
+  const auto file = identitySnapshot(home / "Library/Caches/one.bin");
+  EXPECT_EQ(removeWithoutFollowingLinks(home / "Library/Caches/one.bin", file), std::nullopt);
+  EXPECT_FALSE(exists(home / "Library/Caches/one.bin"));
+}
+
+TEST(SafeRemoval, MountsInsideTheItemAreNeverEntered) {
+  // Mounting needs a private mount namespace, made in a child process; where
+  // the system refuses one, there is nothing to test.
+  TemporaryDirectory home;
+  home.writeFile("Documents/thesis.tex", "precious");
+  home.writeFile("Library/Caches/app/data", "cache");
+  home.makeDirectory("Library/Caches/app/bound");
+  home.makeDirectory("Library/Caches/ramdisk");
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+      ::_exit(77);
+    }
+    if (::mount((home / "Documents").c_str(), (home / "Library/Caches/app/bound").c_str(), nullptr,
+                MS_BIND, nullptr) != 0 ||
+        ::mount("tmpfs", (home / "Library/Caches/ramdisk").c_str(), "tmpfs", 0, nullptr) != 0) {
+      ::_exit(77);
+    }
+    std::ofstream(home / "Library/Caches/ramdisk/on-tmpfs") << "precious";
+    const bool boundKept = removeWithoutFollowingLinks(home / "Library/Caches/app").has_value() &&
+                           exists(home / "Library/Caches/app/bound/thesis.tex");
+    const bool mountKept =
+        removeWithoutFollowingLinks(home / "Library/Caches/ramdisk").has_value() &&
+        exists(home / "Library/Caches/ramdisk/on-tmpfs");
+    ::_exit(boundKept && mountKept ? 0 : 1);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no private mount namespace here";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(exists(home / "Documents/thesis.tex"));
 }
 
 }  // namespace

@@ -132,6 +132,25 @@ TEST_F(CleanRoadTest, BadRequestsAndDamagedPlansEndWithOneLine) {
   EXPECT_NE(damaged.standardError.find("missing or was removed"), std::string::npos);
 }
 
+TEST_F(CleanRoadTest, APlanFileUnderAnotherNameOrWithALongerLifeIsRefused) {
+  home.writeFile("Library/Caches/app/data", "x");
+  CleanupPlan plan = createPlan({{"user-caches"}, {}});
+  const Uuid other = Uuid::random();
+  fs::rename(planFile(plan.id), planFile(other));
+  ProcessResult renamed;
+  executePlan(other, &renamed);
+  EXPECT_NE(renamed.exitStatus, 0);
+  EXPECT_NE(renamed.standardError.find("missing or was removed"), std::string::npos);
+
+  plan.expiresAt = plan.createdAt + std::chrono::hours(24);
+  home.writeFile(".local/share/brisko/Plans/" + plan.id.text() + ".json", encodeJson(plan, true));
+  ProcessResult stretched;
+  executePlan(plan.id, &stretched);
+  EXPECT_NE(stretched.exitStatus, 0);
+  EXPECT_NE(stretched.standardError.find("expired"), std::string::npos);
+  EXPECT_TRUE(fs::exists(home / "Library/Caches/app/data"));
+}
+
 TEST_F(CleanRoadTest, AnExpiredPlanIsRefusedAndKept) {
   home.writeFile("Library/Caches/app/data", "x");
   CleanupPlan plan = createPlan({{"user-caches"}, {}});
