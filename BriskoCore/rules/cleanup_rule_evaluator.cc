@@ -29,7 +29,8 @@ namespace Runtime = CleanupRuleRuntime;
 constexpr std::string_view kOrphanRuleID = "orphaned-app-data";
 
 std::string lastComponent(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  while (path.size() > 1 && path.back() == '/')
+    path.remove_suffix(1);
   const size_t slash = path.rfind('/');
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }
@@ -152,7 +153,8 @@ class RootMeasurer {
         break;
       case Mode::Case::oldFiles: {
         const auto days = mode.as<Mode::OldFiles>()->days;
-        const Date limit = evaluator_.now + std::chrono::seconds(std::int64_t{days} * -24 * 60 * 60);
+        const Date limit =
+            evaluator_.now + std::chrono::seconds(std::int64_t{days} * -24 * 60 * 60);
         measureTopLevel(root, m, limit, nullptr);
         break;
       }
@@ -183,7 +185,8 @@ class RootMeasurer {
         break;
       }
       case Mode::Case::serviceWorkerCacheStorage:
-        measureServiceWorkers(root, mode.as<Mode::ServiceWorkerCacheStorage>()->protectedDomains, m);
+        measureServiceWorkers(root, mode.as<Mode::ServiceWorkerCacheStorage>()->protectedDomains,
+                              m);
         break;
       case Mode::Case::electronAppSupportCaches:
         measureElectronCaches(root, mode.as<Mode::ElectronAppSupportCaches>()->excludedEntries, m);
@@ -550,9 +553,12 @@ std::string CleanupRuleEvaluator::displayName(std::string_view name, FindingKind
     }
   }
   static const std::map<std::string, std::string, std::less<>> knownNames = {
-      {"com.google.Chrome", "Google Chrome"},     {"com.tinyspeck.slackmacgap", "Slack"},
-      {"notion.id", "Notion"},                    {"com.apple.Safari", "Safari"},
-      {"com.microsoft.VSCode", "Visual Studio Code"}, {"com.spotify.client", "Spotify"}};
+      {"com.google.Chrome", "Google Chrome"},
+      {"com.tinyspeck.slackmacgap", "Slack"},
+      {"notion.id", "Notion"},
+      {"com.apple.Safari", "Safari"},
+      {"com.microsoft.VSCode", "Visual Studio Code"},
+      {"com.spotify.client", "Spotify"}};
   if (const auto known = knownNames.find(name); known != knownNames.end()) return known->second;
   const size_t dot = name.rfind('.');
   if (dot != std::string_view::npos && dot + 1 < name.size()) {

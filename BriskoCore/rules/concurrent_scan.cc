@@ -11,10 +11,10 @@ namespace brisko::ConcurrentScan {
 
 int schedulingWeight(std::string_view ruleID) {
   static const std::map<std::string, int, std::less<>> weights = {
-      {"app-deep-caches", 100},     {"user-caches", 95},          {"browser-caches", 90},
-      {"report-simulator-devices", 85}, {"xcode-simulators", 80}, {"report-ios-backups", 75},
-      {"xcode-derived-data", 70},   {"dev-tool-caches", 65},      {"orphaned-app-data", 60},
-      {"video-project-caches", 55}, {"report-xcode-archives", 50}, {"user-logs", 45},
+      {"app-deep-caches", 100},         {"user-caches", 95},           {"browser-caches", 90},
+      {"report-simulator-devices", 85}, {"xcode-simulators", 80},      {"report-ios-backups", 75},
+      {"xcode-derived-data", 70},       {"dev-tool-caches", 65},       {"orphaned-app-data", 60},
+      {"video-project-caches", 55},     {"report-xcode-archives", 50}, {"user-logs", 45},
       {"browser-old-versions", 40}};
   const auto found = weights.find(ruleID);
   return found == weights.end() ? 0 : found->second;

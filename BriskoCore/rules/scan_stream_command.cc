@@ -108,9 +108,10 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
 
   // Linux has no application bundles to take an inventory of, and its
   // resolver never answers: the orphan rule runs and keeps every folder.
-  CleanupRuleEvaluator evaluator(
-      home, report.scannedAt, ProcessInventory::snapshot(), InstalledAppInventory::of({}, true),
-      std::make_shared<CachingSpotlightResolver>(systemSpotlightResolver(kSpotlightTimeoutSeconds)));
+  CleanupRuleEvaluator evaluator(home, report.scannedAt, ProcessInventory::snapshot(),
+                                 InstalledAppInventory::of({}, true),
+                                 std::make_shared<CachingSpotlightResolver>(
+                                     systemSpotlightResolver(kSpotlightTimeoutSeconds)));
   evaluator.cancelled = &stopFlag;
 
   const std::vector<CleanupRule> rules = evaluator.rules(includeDownloadedInstallers);
@@ -151,7 +152,8 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
     std::optional<ScanFinding> finding = evaluator.makeFinding(rule, measurement);
     std::lock_guard lock(stream.lock());
     if (stopFlag.load()) return;  // a stopped walk measured only part
-    stream.emitLocked(progressEvent(ledger.finishedRule(rule.title, expectedRoots[rule.id], reported)));
+    stream.emitLocked(
+        progressEvent(ledger.finishedRule(rule.title, expectedRoots[rule.id], reported)));
     if (finding) finding = writableFinding(std::move(*finding), leftOut);
     if (finding) {
       ScanEvent event;

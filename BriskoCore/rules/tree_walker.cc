@@ -68,14 +68,17 @@ EntryValues statEntry(int directory, const char* name, bool wantsDate) {
   values.readable = true;
   values.type = IFTODT(status.stx_mode);
   if (status.stx_mask & STATX_BLOCKS) {
-    values.allocatedBytes = std::max<std::int64_t>(static_cast<std::int64_t>(status.stx_blocks) * 512, 0);
+    values.allocatedBytes =
+        std::max<std::int64_t>(static_cast<std::int64_t>(status.stx_blocks) * 512, 0);
   }
-  if (wantsDate && (status.stx_mask & STATX_MTIME)) values.modificationDate = dateOf(status.stx_mtime);
+  if (wantsDate && (status.stx_mask & STATX_MTIME))
+    values.modificationDate = dateOf(status.stx_mtime);
   return values;
 }
 
 std::string_view lastComponent(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  while (path.size() > 1 && path.back() == '/')
+    path.remove_suffix(1);
   const size_t slash = path.rfind('/');
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
@@ -223,7 +226,8 @@ class TreeWalker {
     const size_t prefixLength = path.size();
     bool hitCap = false;
     while (!hitCap) {
-      const long got = ::syscall(SYS_getdents64, descriptor, worker.buffer.data(), worker.buffer.size());
+      const long got =
+          ::syscall(SYS_getdents64, descriptor, worker.buffer.data(), worker.buffer.size());
       if (got <= 0) break;
       for (long offset = 0; offset < got && !hitCap;) {
         // glibc's dirent64 has the layout of the kernel's getdents64 record.

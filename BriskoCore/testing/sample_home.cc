@@ -7,11 +7,14 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
+
+#include "testing/temporary_directory.h"
 
 namespace brisko::testing {
 
@@ -38,16 +41,18 @@ class Builder {
     const std::string full = path(relative);
     folder(std::filesystem::path(full).parent_path().string().substr(home_.size() + 1));
     const int descriptor = ::open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (descriptor < 0) throw std::runtime_error("Cannot write " + full + ": " + std::strerror(errno));
+    if (descriptor < 0)
+      throw std::runtime_error("Cannot write " + full + ": " + std::strerror(errno));
     static const std::vector<char> block = [] {
       std::vector<char> bytes(64 * kKiB);
-      for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>('a' + i % 26);
+      for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>('a' + i % 26);
       return bytes;
     }();
     std::int64_t left = kib * kKiB * scale_ / 8;
     while (left > 0) {
-      const ssize_t written =
-          ::write(descriptor, block.data(), static_cast<size_t>(std::min<std::int64_t>(left, 64 * kKiB)));
+      const ssize_t written = ::write(descriptor, block.data(),
+                                      static_cast<size_t>(std::min<std::int64_t>(left, 64 * kKiB)));
       if (written <= 0) {
         ::close(descriptor);
         throw std::runtime_error("Cannot write " + full);
@@ -116,8 +121,12 @@ void buildSampleHome(const std::string& home, std::int64_t scale) {
   b.file("Library/Logs/DiagnosticReports/Example-today.ips", 30, 1);
 
   // Xcode: derived data (the hash is left out of the title) and device support.
-  b.file("Library/Developer/Xcode/DerivedData/Weather-bzxqqdyfvkwcdoeuiqnqvagpahqs/Build/Products/app", 700);
-  b.file("Library/Developer/Xcode/DerivedData/Weather-bzxqqdyfvkwcdoeuiqnqvagpahqs/Index.noindex/db", 300);
+  b.file(
+      "Library/Developer/Xcode/DerivedData/Weather-bzxqqdyfvkwcdoeuiqnqvagpahqs/Build/Products/app",
+      700);
+  b.file(
+      "Library/Developer/Xcode/DerivedData/Weather-bzxqqdyfvkwcdoeuiqnqvagpahqs/Index.noindex/db",
+      300);
   b.file("Library/Developer/Xcode/DerivedData/Notes-hgvsbqyxdnwrqdksrfzhajgkmfqa/Build/obj.o", 420);
   b.file("Library/Developer/Xcode/iOS DeviceSupport/16.4 (20E247)/Symbols/dyld", 500);
   b.file("Library/Developer/Xcode/iOS DeviceSupport/17.2 (21C62)/Symbols/dyld", 500);
@@ -179,6 +188,34 @@ void buildSampleHome(const std::string& home, std::int64_t scale) {
 
   // Video editing render caches.
   b.file("Movies/CacheClip/clip-0001.cache", 480);
+}
+
+void makeEmptyFiles(const std::string& path, int count) {
+  std::filesystem::create_directories(path);
+  for (int i = 0; i < count; ++i) {
+    const std::string file = path + "/" + std::to_string(i);
+    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (descriptor < 0)
+      throw std::runtime_error("Cannot create " + file + ": " + std::strerror(errno));
+    ::close(descriptor);
+  }
+}
+
+ScratchFolder::ScratchFolder() {
+  struct stat status;
+  std::string base = "/dev/shm";
+  if (::stat(base.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
+      ::access(base.c_str(), W_OK) != 0) {
+    const char* tmp = std::getenv("TMPDIR");
+    base = tmp != nullptr && tmp[0] == '/' ? tmp : "/tmp";
+  }
+  std::string pattern = base + "/brisko-scratch-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("Cannot create " + pattern);
+  path_ = std::filesystem::canonical(pattern).string();
+}
+
+ScratchFolder::~ScratchFolder() {
+  removeTree(path_);
 }
 
 std::int64_t allocatedBytesBelow(const std::string& path) {

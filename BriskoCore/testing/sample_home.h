@@ -18,6 +18,25 @@ namespace brisko::testing {
 // Creates `home` if needed; fails with std::runtime_error.
 void buildSampleHome(const std::string& home, std::int64_t scale = 1);
 
+// `count` empty files named 0, 1, 2 ... in a new folder at `path`.
+void makeEmptyFiles(const std::string& path, int count);
+
+// A fresh folder for a test that creates very many files: in memory
+// (/dev/shm) where the machine has it, since hundreds of thousands of files
+// on disk cost far more than the code under test; else in the usual place.
+// Removed with everything in it when the object goes.
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 // The allocated bytes of every regular file below `path` (or of `path`
 // itself), never following a link: the reference a walk is checked against.
 std::int64_t allocatedBytesBelow(const std::string& path);

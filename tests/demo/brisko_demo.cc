@@ -73,12 +73,12 @@ int summarize() {
   std::int64_t recommended = 0;
   for (const auto& finding : report->findings) {
     const bool reportOnly = finding.action == brisko::RuleAction::reportOnly;
-    const char* label = reportOnly ? "shown only"
+    const char* label = reportOnly                                       ? "shown only"
                         : finding.risk == brisko::RiskLevel::recommended ? "recommended"
                                                                          : "review";
     std::printf("  %-24s %10s  %-11s %s%s\n", finding.title.c_str(),
-                BriskoFormatting::bytes(finding.bytes).c_str(), label,
-                finding.explanation.c_str(), finding.isPartial ? " (partial)" : "");
+                BriskoFormatting::bytes(finding.bytes).c_str(), label, finding.explanation.c_str(),
+                finding.isPartial ? " (partial)" : "");
     if (finding.items) {
       for (const auto& item : *finding.items) {
         std::printf("      %-28s %10s  %s\n", item.title.c_str(),
