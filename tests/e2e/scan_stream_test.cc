@@ -12,6 +12,7 @@
 #include <set>
 
 #include "base/utf8.h"
+#include "protocol/engine_text.h"
 #include "protocol/guard_warning_text.h"
 #include "protocol/scan_records.h"
 #include "rules/cleanup_rule_catalog.h"
@@ -271,6 +272,25 @@ TEST(ScanStream, BadInputEndsInACompleteScanForAnOrdinaryUser) {
   ::chmod((dir / "home/Library/Caches/com.example.locked").c_str(), 0755);
   ::chmod((dir / "home/Library/Logs").c_str(), 0755);
   ::chmod((dir / "home/Library/Mail").c_str(), 0755);
+}
+
+TEST(ScanStream, PlacesWhoseNamesArentTextAreCountedNeverWrittenBroken) {
+  TemporaryDirectory dir;
+  // Below a home whose own name isn't UTF-8 the policy refuses everything, but
+  // the show-only rules measure without it: their findings can't be written.
+  const std::string home = dir.makeDirectory("caf\xe9");
+  dir.writeFile("caf\xe9/Library/Mail/V10/index", std::string(9000, 'm'));
+  dir.writeFile("caf\xe9/.ollama/models/blob", std::string(9000, 'o'));
+  dir.writeFile("caf\xe9/Library/Caches/com.example.app/data", std::string(9000, 'c'));
+
+  const Scan s = scan(home);
+  ASSERT_EQ(s.process.exitStatus, 0) << s.process.standardError;
+  const ScanReport& report = reportOf(s);
+  EXPECT_TRUE(report.findings.empty());
+  ASSERT_EQ(report.warnings.size(), 1u);
+  const auto text = EngineText::decoded(report.warnings[0]);
+  ASSERT_TRUE(text);
+  EXPECT_EQ(text->arguments, (std::vector<std::string>{"4"})) << "two findings with a row each";
 }
 
 TEST(ScanStream, SigtermEndsTheScanCleanly) {
