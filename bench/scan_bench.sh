@@ -83,13 +83,15 @@ fi
 present_roots=()
 for r in "${rule_roots[@]}"; do [ -e "$home/$r" ] && present_roots+=("$home/$r"); done
 
-# Seconds and peak resident kilobytes of one command; its output goes to $work/out.
+# Wall seconds, peak resident kilobytes and CPU seconds (user + system) of one
+# command; its output goes to $work/out. CPU time says where the work goes even
+# when other processes share the cores.
 measure() {
-  /usr/bin/time -f "%e %M" -o "$work/time" "$@" >"$work/out" 2>"$work/err" || {
+  /usr/bin/time -f "%e %M %U %S" -o "$work/time" "$@" >"$work/out" 2>"$work/err" || {
     cat "$work/err" >&2
     return 1
   }
-  cat "$work/time"
+  awk '{printf "%s %s %.2f\n", $1, $2, $3 + $4}' "$work/time"
 }
 
 median() { sort -n | awk '{a[NR]=$1} END {print (NR%2 ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2)}'; }
@@ -103,13 +105,13 @@ run_all() {
   du -skP -- "${present_roots[@]}" >/dev/null
   echo "scan-stream: $(wc -l <"$work/events") event lines; limitwalk: $(cat "$work/limit")"
   for i in $(seq "$rounds"); do
-    read -r s sm < <(HOME="$home" measure "$engine" scan-stream)
-    read -r l lm < <(measure "$work/limitwalk" -t "$(nproc)" "$home" || true)
-    read -r d dm < <(measure du -skP -- "${present_roots[@]}")
-    echo "round $i: scan-stream ${s}s (${sm} KB)  limitwalk ${l}s (${lm} KB)  du ${d}s (${dm} KB)"
-    echo "$s $sm" >>"$work/scan"
-    echo "$l" >>"$work/lw"
-    echo "$d" >>"$work/du"
+    read -r s sm sc < <(HOME="$home" measure "$engine" scan-stream)
+    read -r l lm lc < <(measure "$work/limitwalk" -t "$(nproc)" "$home" || true)
+    read -r d dm dc < <(measure du -skP -- "${present_roots[@]}")
+    echo "round $i: scan-stream ${s}s (cpu ${sc}s, ${sm} KB)  limitwalk ${l}s (cpu ${lc}s, ${lm} KB)  du ${d}s (cpu ${dc}s, ${dm} KB)"
+    echo "$s $sm $sc" >>"$work/scan"
+    echo "$l $lc" >>"$work/lw"
+    echo "$d $dc" >>"$work/du"
   done
   echo "== load after: $(cut -d' ' -f1-3 /proc/loadavg)"
 }
@@ -120,13 +122,17 @@ run_all() {
 } 9>/tmp/brisko-bench.lock
 
 scan=$(cut -d' ' -f1 "$work/scan" | median)
+scan_cpu=$(cut -d' ' -f3 "$work/scan" | median)
 peak=$(cut -d' ' -f2 "$work/scan" | sort -n | tail -n 1)
-lw=$(median <"$work/lw")
-du=$(median <"$work/du")
-awk -v s="$scan" -v l="$lw" -v d="$du" -v p="$peak" -v n="$rounds" 'BEGIN {
-  printf "\nmedians of %d rounds: scan-stream %.2fs, limitwalk %.2fs, du -skP %.2fs\n", n, s, l, d
-  printf "scan-stream / limitwalk = %.2f (target <= 1.5)\n", s / l
-  printf "scan-stream / du        = %.2f\n", s / d
-  printf "limitwalk / du          = %.2f\n", l / d
+lw=$(cut -d' ' -f1 "$work/lw" | median)
+lw_cpu=$(cut -d' ' -f2 "$work/lw" | median)
+du=$(cut -d' ' -f1 "$work/du" | median)
+du_cpu=$(cut -d' ' -f2 "$work/du" | median)
+awk -v s="$scan" -v l="$lw" -v d="$du" -v sc="$scan_cpu" -v lc="$lw_cpu" -v dc="$du_cpu" \
+  -v p="$peak" -v n="$rounds" 'BEGIN {
+  printf "\nmedians of %d rounds, wall (cpu): scan-stream %.2fs (%.2fs), limitwalk %.2fs (%.2fs), du -skP %.2fs (%.2fs)\n", n, s, sc, l, lc, d, dc
+  printf "scan-stream / limitwalk = %.2f wall, %.2f cpu (target <= 1.5)\n", s / l, sc / lc
+  printf "scan-stream / du        = %.2f wall, %.2f cpu\n", s / d, sc / dc
+  printf "limitwalk / du          = %.2f wall, %.2f cpu\n", l / d, lc / dc
   printf "peak memory of scan-stream: %.1f MB\n", p / 1024
 }'
