@@ -1,6 +1,7 @@
 // The command table of the engine: one row per command word.
 
 #include "base/version.h"
+#include "cleanup_commands.h"
 #include "engine_command.h"
 #include "platform/termination_signal.h"
 #include "platform/volume_snapshot.h"
@@ -38,6 +39,8 @@ const std::vector<EngineCommand>& engineCommands() {
       {"capabilities", {}, capabilities},
       {"overview", {}, overview},
       {"scan-stream", {"--exclude-installers"}, scanStream},
+      {"create-plan", {}, createPlan},
+      {"execute-plan", {}, executePlan},
   };
   return commands;
 }

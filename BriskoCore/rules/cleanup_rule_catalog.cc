@@ -8,7 +8,6 @@
 
 // Rules name only the fields they set; the others keep their defaults (no
 // subtitle, no rule guard, action cleanup, no guidance).
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 namespace brisko::CleanupRuleCatalog {
 

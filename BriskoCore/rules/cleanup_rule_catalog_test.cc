@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-// The catalog written out flat, one row per rule, guard and target, so that
-// each row can be read against Brisko's published rule tables. The catalog
-// source groups and generates its targets; this file doesn't.
+// The catalog written out a second time, flat: one row per rule, guard and
+// target, every path in full. The catalog source groups and generates its
+// targets; this file doesn't, so a slip in either shows up here.
 
 namespace brisko {
 namespace {

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <ctime>
 
 #include "protocol/guard_warning_text.h"
 #include "rules/cleanup_rule_catalog.h"
+#include "testing/ordinary_user.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -134,6 +137,10 @@ TEST_F(CleanupRuleRuntimeTest, VersionCandidatesAreRealVisibleFolders) {
   home.writeFile("versions/1.0/tool");
   home.makeSymlink(".local/bin/tool", root + "/1.0/tool");
   EXPECT_EQ(Runtime::versionsToRemove(root, 0, "~/.local/bin/tool", home.path()), Paths{});
+  // Digits of any script count.
+  home.makeDirectory("versions/١.٠");
+  EXPECT_EQ(Runtime::versionsToRemove(root, 0, "~/.local/bin/tool", home.path()),
+            Paths{root + "/١.٠"});
   // A missing root is a decision: nothing to remove.
   EXPECT_EQ(Runtime::versionsToRemove(home / "missing", 0, std::nullopt, home.path()), Paths{});
 }
@@ -281,6 +288,42 @@ TEST_F(CleanupRuleRuntimeTest, RealPathResolvesLinksOrAnswersNone) {
     deep += "/abcdefghijklmnopqrstuvwxyz";
   home.makeDirectory(deep);
   EXPECT_EQ(Runtime::realPath(home / deep), std::nullopt);
+}
+
+// Runs in a child as an ordinary user (see the test below); skipped alone.
+TEST(CleanupRuleRuntimeAsOrdinaryUser, WhatCantBeReadOrWrittenIsLeftAlone) {
+  const std::string home = testing::ordinaryUserArgument("BRISKO_TEST_RULES_HOME");
+  if (home.empty()) GTEST_SKIP() << "runs only as a child of the permission test";
+  ASSERT_NE(::geteuid(), 0u);
+  // A bundle the user can't write to: a decision, not an unknown.
+  EXPECT_EQ(Runtime::versionsOlderThanActive(home + "/Framework/Versions", "Current"), Paths{});
+  // A folder under a wildcard that can't be listed contributes nothing.
+  EXPECT_EQ(Runtime::expandedRoots(contentsTarget("~/Movies/*.fcpbundle/*/Render Files"), home),
+            Paths{home + "/Movies/Open.fcpbundle/Event/Render Files"});
+  // An unreadable version root lists nothing.
+  EXPECT_EQ(Runtime::versionsToRemove(home + "/Closed/versions", 0, std::nullopt, home), Paths{});
+}
+
+TEST_F(CleanupRuleRuntimeTest, PermissionDenialAsAnOrdinaryUser) {
+  const std::string root = makeVersions("Framework/Versions", {"1.0", "2.0"});
+  home.makeSymlink("Framework/Versions/Current", "2.0");
+  home.makeDirectory("Movies/Open.fcpbundle/Event/Render Files");
+  home.makeDirectory("Movies/Closed.fcpbundle/Event/Render Files");
+  makeVersions("Closed/versions", {"1.0", "2.0"});
+  for (const char* folder : {"", "/Framework", "/Framework/Versions", "/Movies", "/Closed"}) {
+    ASSERT_EQ(::chmod((home.path() + folder).c_str(), 0755), 0);
+  }
+  ASSERT_EQ(::chmod((home / "Movies/Closed.fcpbundle").c_str(), 0700), 0);
+  ASSERT_EQ(::chmod((home / "Closed/versions").c_str(), 0700), 0);
+  // As root the same calls find something, so the child's answers are the denial's.
+  EXPECT_EQ(Runtime::versionsOlderThanActive(root, "Current"), Paths{root + "/1.0"});
+  EXPECT_EQ(
+      Runtime::versionsToRemove(home / "Closed/versions", 0, std::nullopt, home.path())->size(),
+      2u);
+
+  EXPECT_EQ(testing::runTestsAsOrdinaryUser("CleanupRuleRuntimeAsOrdinaryUser.*",
+                                            {{"BRISKO_TEST_RULES_HOME", home.path()}}),
+            0);
 }
 
 }  // namespace

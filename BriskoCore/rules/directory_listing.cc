@@ -18,9 +18,13 @@ Date dateOf(const struct timespec& time) {
 
 }  // namespace
 
-std::optional<std::vector<ListedEntry>> listDirectory(const std::string& folder, bool skipHidden) {
+std::optional<std::vector<ListedEntry>> listDirectory(const std::string& folder, bool skipHidden,
+                                                      int* error) {
   DIR* directory = ::opendir(folder.c_str());
-  if (directory == nullptr) return std::nullopt;
+  if (directory == nullptr) {
+    if (error != nullptr) *error = errno;
+    return std::nullopt;
+  }
   const int descriptor = ::dirfd(directory);
   const std::string prefix = folder == "/" ? "/" : folder + "/";
   std::vector<ListedEntry> entries;
@@ -29,6 +33,7 @@ std::optional<std::vector<ListedEntry>> listDirectory(const std::string& folder,
     const dirent* child = ::readdir(directory);
     if (child == nullptr) {
       if (errno != 0) {
+        if (error != nullptr) *error = errno;
         ::closedir(directory);
         return std::nullopt;
       }

@@ -21,8 +21,9 @@ struct ListedEntry {
 // The children of `folder` (a link to a folder is followed for the folder
 // itself, never for its children), in no particular order. With
 // `skipHidden`, names beginning with "." are left out. None when the folder
-// can't be opened or read to its end.
-std::optional<std::vector<ListedEntry>> listDirectory(const std::string& folder, bool skipHidden);
+// can't be opened or read to its end; `error` then receives the errno.
+std::optional<std::vector<ListedEntry>> listDirectory(const std::string& folder, bool skipHidden,
+                                                      int* error = nullptr);
 
 // The modification date of the thing at `path`, following links.
 std::optional<Date> modificationDate(const std::string& path);

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/path_components.h"
 #include "base/unicode_text.h"
 #include "rules/cleanup_rule_runtime.h"
 
@@ -23,12 +24,6 @@ constexpr std::string_view kApplePrefix = "com.apple.";
 int64_t allocatedBytes(const struct stat& status) {
   const int64_t bytes = static_cast<int64_t>(status.st_blocks) * 512;
   return bytes < 0 ? 0 : bytes;
-}
-
-std::string lastComponent(const std::string& path) {
-  const std::string normal = normalizedPolicyPath(path);
-  const size_t slash = normal.rfind('/');
-  return slash == std::string::npos ? normal : normal.substr(slash + 1);
 }
 
 std::optional<Date> modificationDateOnDisk(const std::string& path) {
@@ -123,7 +118,7 @@ Judgement judge(const std::string& entry, OrphanResource resource,
   // A partial inventory can't tell that an application is gone.
   if (!installedApps.isComplete) return Judgement::notOrphan();
 
-  const auto identifier = bundleID(lastComponent(entry), resource);
+  const auto identifier = bundleID(lastPathComponent(normalizedPolicyPath(entry)), resource);
   if (!identifier) return Judgement::notOrphan();
   const std::string lower = lowercasedText(*identifier);
   if (isSensitiveName(lower) || lower.starts_with(kApplePrefix)) return Judgement::notOrphan();

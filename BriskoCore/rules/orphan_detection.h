@@ -5,8 +5,10 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "base/date.h"
+#include "protocol/scan_records.h"
 #include "rules/installed_app_inventory.h"
 #include "rules/orphan_resource.h"
 #include "rules/spotlight_resolver.h"
@@ -99,5 +101,27 @@ int64_t allocatedSize(const std::string& path);
 Judgement judge(const std::string& entry, OrphanResource resource,
                 const InstalledAppInventory& installedApps, const SpotlightResolver& spotlight,
                 const PathSafetyPolicy& policy, const MtimeSource& mtime, Date now);
+
+// What the scan of one resource folder found.
+struct RootScan {
+  std::vector<ScanFindingItem>
+      detailItems;  // one per orphan, by pathone per orphan, in listing order
+  int64_t bytes = 0;
+  int64_t items = 0;
+  int64_t skippedProtected = 0;
+  int64_t skippedWhitelisted = 0;
+  int64_t skippedInvalid = 0;
+  bool permissionDenied = false;  // the folder couldn't be listed for lack of rights
+};
+
+// The subtitle of an orphan's detail item: "Caches", "Logs" or "Window state".
+std::string resourceSubtitle(OrphanResource resource);
+
+// Judges every visible folder of `root` (links and files are passed over)
+// and makes a detail item, identified by `ruleID` and the path, for each
+// orphan. The date of each folder is read from disk.
+RootScan scanRoot(const std::string& root, OrphanResource resource, const std::string& ruleID,
+                  const InstalledAppInventory& installedApps, const SpotlightResolver& spotlight,
+                  const PathSafetyPolicy& policy, Date now);
 
 }  // namespace brisko::OrphanDetection

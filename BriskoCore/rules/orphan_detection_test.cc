@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <mutex>
@@ -12,6 +13,7 @@
 #include "platform/system_spotlight_resolver.h"
 #include "rules/caching_spotlight_resolver.h"
 #include "rules/stub_spotlight_resolver.h"
+#include "testing/ordinary_user.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -205,6 +207,67 @@ TEST_F(OrphanJudgementTest, SavedStateAndQuotedIdentifiers) {
             Judgement::notOrphan());
   EXPECT_EQ(judgeAged(quoted, kThirtyDays).as<Judgement::Orphan>()->displayBundleID,
             "com.example.\"quoted\"");
+}
+
+TEST_F(OrphanJudgementTest, ScanningAFolderJudgesEachVisibleFolder) {
+  const auto old = std::chrono::system_clock::to_time_t(now - kThirtyDays - 24h);
+  const timespec times[2] = {{old, 0}, {old, 0}};
+  for (const char* name : {"com.example.Gone", "com.example.Also", "com.jetbrains.Toolbox",
+                           "com.example.Empty", ".com.example.Hidden"}) {
+    const std::string entry = name == std::string("com.example.Empty")
+                                  ? home.makeDirectory(std::string("Library/Caches/") + name)
+                                  : cacheFolder(name);
+    ASSERT_EQ(::utimensat(AT_FDCWD, entry.c_str(), times, 0), 0);
+  }
+  cacheFolder("com.example.Fresh");
+  home.writeFile("Library/Caches/com.example.file", std::string(9000, 'f'));
+  home.makeSymlink("Library/Caches/com.example.link", home / "Library/Caches/com.example.Gone");
+
+  const auto scan =
+      OrphanDetection::scanRoot(home / "Library/Caches", OrphanResource::caches,
+                                "orphaned-app-data", inventory, spotlight, policy, now);
+  ASSERT_EQ(scan.detailItems.size(), 2u);
+  const ScanFindingItem& first = scan.detailItems[0];
+  EXPECT_EQ(first.title, "com.example.Also");
+  EXPECT_EQ(first.subtitle, "Caches");
+  EXPECT_EQ(first.path, home / "Library/Caches/com.example.Also");
+  EXPECT_EQ(first.id, "orphaned-app-data:" + home / "Library/Caches/com.example.Also");
+  EXPECT_EQ(first.itemCount, 1);
+  EXPECT_EQ(scan.detailItems[1].title, "com.example.Gone");
+  EXPECT_EQ(scan.items, 2);
+  EXPECT_EQ(scan.bytes, first.bytes + scan.detailItems[1].bytes);
+  EXPECT_EQ(scan.skippedProtected, 1);
+  EXPECT_EQ(scan.skippedWhitelisted + scan.skippedInvalid, 0);
+  EXPECT_FALSE(scan.permissionDenied);
+
+  EXPECT_EQ(OrphanDetection::resourceSubtitle(OrphanResource::savedState), "Window state");
+  EXPECT_FALSE(OrphanDetection::scanRoot(home / "Library/Missing", OrphanResource::logs, "r",
+                                         inventory, spotlight, policy, now)
+                   .permissionDenied);
+}
+
+// Runs in a child as an ordinary user (see the test below); skipped alone.
+TEST(OrphanDetectionAsOrdinaryUser, AnUnreadableFolderIsReportedAsDenied) {
+  const std::string home = testing::ordinaryUserArgument("BRISKO_TEST_ORPHAN_HOME");
+  if (home.empty()) GTEST_SKIP() << "runs only as a child of the permission test";
+  ASSERT_NE(::geteuid(), 0u);
+  const PathSafetyPolicy policy(home, {});
+  const auto scan =
+      OrphanDetection::scanRoot(home + "/Library/Caches", OrphanResource::caches,
+                                "orphaned-app-data", InstalledAppInventory::of({}, true),
+                                StubSpotlightResolver(), policy, std::chrono::system_clock::now());
+  EXPECT_TRUE(scan.permissionDenied);
+  EXPECT_TRUE(scan.detailItems.empty());
+}
+
+TEST_F(OrphanJudgementTest, PermissionDenialAsAnOrdinaryUser) {
+  cacheFolder("com.example.Gone");
+  ASSERT_EQ(::chmod(home.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod((home / "Library").c_str(), 0755), 0);
+  ASSERT_EQ(::chmod((home / "Library/Caches").c_str(), 0700), 0);
+  EXPECT_EQ(testing::runTestsAsOrdinaryUser("OrphanDetectionAsOrdinaryUser.*",
+                                            {{"BRISKO_TEST_ORPHAN_HOME", home.path()}}),
+            0);
 }
 
 TEST(SpotlightQuery, AnIdentifierCannotLeaveItsQuotes) {

@@ -87,8 +87,13 @@ struct RuleTargetMode {
   static RuleTargetMode filesWithExtensions(std::set<std::string> extensions) {
     return {FilesWithExtensions{std::move(extensions)}};
   }
-  static RuleTargetMode keepNewestVersions(int keep, std::optional<std::string> activePin) {
-    return {KeepNewestVersions{keep, std::move(activePin)}};
+  static RuleTargetMode keepNewestVersions(int keep, const std::optional<std::string>& activePin) {
+    // Built field by field: copying an empty optional string here trips a
+    // false uninitialised-value warning of g++ 12 under the sanitizers.
+    KeepNewestVersions payload;
+    payload.keep = keep;
+    if (activePin) payload.activePin.emplace(*activePin);
+    return {std::move(payload)};
   }
   static RuleTargetMode serviceWorkerCacheStorage(std::vector<std::string> protectedDomains) {
     return {ServiceWorkerCacheStorage{std::move(protectedDomains)}};
