@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 
+#include "base/path_components.h"
 #include "base/standardized_path.h"
 #include "base/unicode_text.h"
 #include "rules/cleanup_rule_catalog.h"
@@ -27,28 +28,6 @@ using Mode = RuleTargetMode;
 namespace Runtime = CleanupRuleRuntime;
 
 constexpr std::string_view kOrphanRuleID = "orphaned-app-data";
-
-std::string lastComponent(std::string_view path) {
-  while (path.size() > 1 && path.back() == '/')
-    path.remove_suffix(1);
-  const size_t slash = path.rfind('/');
-  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
-}
-
-std::string parentPath(std::string_view path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return "";
-  if (slash == 0) return "/";
-  return std::string(path.substr(0, slash));
-}
-
-// The text after the last "." of the name, as a file's extension is read: a
-// name that begins with its only dot, or ends in one, has none.
-std::string pathExtension(std::string_view name) {
-  const size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return "";
-  return std::string(name.substr(dot + 1));
-}
 
 std::string uppercasedAscii(std::string text) {
   for (char& c : text) {
@@ -170,7 +149,7 @@ class RootMeasurer {
         const auto versions = Runtime::versionsToRemove(root, payload->keep, payload->activePin,
                                                         evaluator_.homeDirectory);
         if (versions) {
-          measureVersions(*versions, target_.itemTitle.value_or(lastComponent(root)), m);
+          measureVersions(*versions, target_.itemTitle.value_or(lastPathComponent(root)), m);
         }
         break;
       }
@@ -179,8 +158,8 @@ class RootMeasurer {
         if (!rules_internal::exists(root)) break;
         const auto versions = Runtime::versionsOlderThanActive(root, payload->currentSymlink);
         if (versions) {
-          measureVersions(*versions, target_.itemTitle.value_or(lastComponent(parentPath(root))),
-                          m);
+          measureVersions(*versions,
+                          target_.itemTitle.value_or(lastPathComponent(parentPath(root))), m);
         }
         break;
       }
@@ -235,8 +214,9 @@ class RootMeasurer {
       ++m.skippedInvalid;
       return std::nullopt;
     }
-    auto entries = rules_internal::listDirectory(root, /*skipHidden=*/true);
-    if (!entries && listingIsDenied(root)) {
+    int error = 0;
+    auto entries = rules_internal::listDirectory(root, /*skipHidden=*/true, &error);
+    if (!entries && isDenial(error)) {
       m.permissionDenied = true;
       m.isPartial = true;
     }
@@ -249,8 +229,8 @@ class RootMeasurer {
     if (!entries) return;
     for (const auto& entry : *entries) {
       if (evaluator_.isCancelled()) return;
-      std::string extension = pathExtension(entry.name);
-      if (extensions != nullptr && !extensions->contains(lowercasedText(extension))) continue;
+      const std::string extension = lowercasedPathExtension(entry.name);
+      if (extensions != nullptr && !extensions->contains(extension)) continue;
       const TreeTotals totals = walk(entry.path, modifiedBefore, applySafetyPolicy());
       addTotals(m, totals);
       if (totals.bytes < 1) continue;
@@ -279,7 +259,7 @@ class RootMeasurer {
       return;
     }
     addTotals(m, totals);
-    const std::string name = lastComponent(root);
+    const std::string name = lastPathComponent(root);
     m.detailItems.push_back(item(root, target_.itemTitle.value_or(name), name, totals));
   }
 
@@ -291,7 +271,7 @@ class RootMeasurer {
       const TreeTotals totals = walk(version, std::nullopt, /*applyPolicy=*/true);
       addTotals(m, totals);
       if (totals.bytes < 1) continue;
-      m.detailItems.push_back(item(version, title, lastComponent(version), totals));
+      m.detailItems.push_back(item(version, title, lastPathComponent(version), totals));
     }
   }
 
@@ -309,7 +289,7 @@ class RootMeasurer {
     addTotals(m, sum);
     if (sum.bytes < 1) return;
     m.detailItems.push_back(
-        item(root, target_.itemTitle.value_or(lastComponent(root)), "Offline web cache", sum));
+        item(root, target_.itemTitle.value_or(lastPathComponent(root)), "Offline web cache", sum));
   }
 
   void measureElectronCaches(const std::string& root, const std::set<std::string>& excluded,
@@ -333,32 +313,22 @@ class RootMeasurer {
 
   void measureOrphans(const std::string& root, OrphanResource resource, Measurement& m) const {
     if (!evaluator_.installedApps || !evaluator_.spotlight) return;
-    const auto entries = listRoot(root, m);
-    if (!entries) return;
-    static const std::map<OrphanResource, std::string> subtitles = {
-        {OrphanResource::caches, "Caches"},
-        {OrphanResource::logs, "Logs"},
-        {OrphanResource::savedState, "Window state"}};
-    for (const auto& entry : *entries) {
-      if (evaluator_.isCancelled()) return;
-      if (!entry.valuesReadable || entry.isSymbolicLink || !entry.isDirectory) continue;
-      const auto judgement = OrphanDetection::judge(
-          entry.path, resource, *evaluator_.installedApps, *evaluator_.spotlight, policy_,
-          OrphanDetection::MtimeSource::readFromDisk(), evaluator_.now);
-      if (const auto* skipped = judgement.as<OrphanDetection::Judgement::PolicySkipped>()) {
-        m.skippedProtected += skipped->protected_ ? 1 : 0;
-        m.skippedWhitelisted += skipped->whitelisted ? 1 : 0;
-        m.skippedInvalid += skipped->invalid ? 1 : 0;
-      } else if (const auto* orphan = judgement.as<OrphanDetection::Judgement::Orphan>()) {
-        TreeTotals totals;
-        totals.bytes = orphan->bytes;
-        totals.items = 1;
-        m.bytes += orphan->bytes;
-        m.items += 1;
-        m.detailItems.push_back(
-            item(entry.path, orphan->displayBundleID, subtitles.at(resource), totals));
-      }
+    if (isSymbolicLink(root)) {
+      ++m.skippedInvalid;
+      return;
     }
+    OrphanDetection::RootScan scan =
+        OrphanDetection::scanRoot(root, resource, rule_.id, *evaluator_.installedApps,
+                                  *evaluator_.spotlight, policy_, evaluator_.now);
+    m.bytes += scan.bytes;
+    m.items += scan.items;
+    m.skippedProtected += scan.skippedProtected;
+    m.skippedWhitelisted += scan.skippedWhitelisted;
+    m.skippedInvalid += scan.skippedInvalid;
+    m.permissionDenied = m.permissionDenied || scan.permissionDenied;
+    m.isPartial = m.isPartial || scan.permissionDenied;
+    for (ScanFindingItem& item : scan.detailItems)
+      m.detailItems.push_back(std::move(item));
   }
 
   const CleanupRuleEvaluator& evaluator_;
@@ -388,7 +358,7 @@ Measurement measurePresence(const CleanupRule& rule, const Mode::AppBundlePresen
   std::string subtitle;
   for (const std::string& path : found) {
     if (!subtitle.empty()) subtitle += ", ";
-    subtitle += lastComponent(path);
+    subtitle += lastPathComponent(path);
   }
   ScanFindingItem item;
   item.id = rule.id + ":" + normalizedPolicyPath(found.front());
