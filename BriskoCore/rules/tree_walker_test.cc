@@ -156,8 +156,9 @@ TEST(TreeWalker, FilesThatVanishMidWalkNeverBreakIt) {
   });
   for (int round = 0; round < 30; ++round) {
     const TreeTotals totals = walk(dir / "busy", policy);
+    // The churning file may be met in any of the 20 folders as it moves on.
     EXPECT_GE(totals.items, 400);
-    EXPECT_LE(totals.items, 401);
+    EXPECT_LE(totals.items, 420);
   }
   done = true;
   churn.join();
