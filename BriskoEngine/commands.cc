@@ -3,9 +3,11 @@
 #include "base/version.h"
 #include "cleanup_commands.h"
 #include "engine_command.h"
+#include "platform/termination_signal.h"
 #include "platform/volume_snapshot.h"
 #include "protocol/engine_protocol.h"
 #include "protocol/engine_records.h"
+#include "rules/scan_stream_command.h"
 
 namespace brisko::engine {
 
@@ -24,12 +26,19 @@ void overview(CommandContext& context) {
   context.output.writeDocument(volumeSnapshot(context.homeDirectory()));
 }
 
+void scanStream(CommandContext& context) {
+  runScanStream(
+      context.homeDirectory(), !context.hasFlag("--exclude-installers"),
+      [&](const ScanEvent& event) { context.output.writeLine(event); }, &terminationFlag());
+}
+
 }  // namespace
 
 const std::vector<EngineCommand>& engineCommands() {
   static const std::vector<EngineCommand> commands{
       {"capabilities", {}, capabilities},
       {"overview", {}, overview},
+      {"scan-stream", {"--exclude-installers"}, scanStream},
       {"create-plan", {}, createPlan},
       {"execute-plan", {}, executePlan},
   };

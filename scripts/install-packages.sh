@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libicu-dev
-  clang-format python3 util-linux coreutils findutils
+  clang-format python3 util-linux coreutils findutils time
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Brisko's main job from a fresh clone: install, build, and ask the engine
-# what it can do and how full the home folder's volume is.
+# Brisko's main job from a fresh clone: install, build, ask the engine what it
+# can do and how full the home folder's volume is, then scan a sample home
+# folder and summarise what could be cleaned.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-packages.sh"
@@ -13,3 +14,19 @@ echo
 echo "== BriskoEngine overview (home folder: ${HOME})"
 "$engine" overview
 echo
+
+# A scan of a sample home folder: realistic caches, logs, developer and browser
+# data, installers, a protected folder, a whitelisted one and links into
+# protected places, built in a temporary folder and removed afterwards.
+demo="$root/build/release/tests/brisko-demo"
+sample=$(mktemp -d "${TMPDIR:-/tmp}/brisko-demo.XXXXXX")
+trap 'rm -rf "$sample"' EXIT
+"$demo" sample-home "$sample/home" 64
+echo "== BriskoEngine scan-stream (home folder: $sample/home)"
+HOME="$sample/home" "$engine" scan-stream >"$sample/events.jsonl"
+echo "$(wc -l <"$sample/events.jsonl") event lines; the first and the last:"
+head -n 1 "$sample/events.jsonl"
+tail -n 1 "$sample/events.jsonl" | cut -c 1-300
+echo "..."
+echo
+"$demo" summarize <"$sample/events.jsonl"

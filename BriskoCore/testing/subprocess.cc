@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <map>
 #include <stdexcept>
@@ -50,6 +51,10 @@ void makePipe(int fds[2]) {
 }  // namespace
 
 ProcessResult runProcess(const std::vector<std::string>& argv, const ProcessOptions& options) {
+  // A child that exits without reading its input must fail our write with
+  // EPIPE, not end the test binary with SIGPIPE.
+  static const bool ignoresBrokenPipes = std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+  (void)ignoresBrokenPipes;
   int in[2] = {-1, -1}, out[2], err[2];
   if (!options.closeStandardInput) makePipe(in);
   makePipe(out);
@@ -70,9 +75,18 @@ ProcessResult runProcess(const std::vector<std::string>& argv, const ProcessOpti
   auto argumentPointers = pointers(arguments);
   auto environmentPointers = pointers(environment);
   pid_t pid;
-  const int spawned = ::posix_spawnp(&pid, argumentPointers[0], &actions, nullptr,
+  // The child starts with the default action for SIGPIPE, whatever ours is.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  const int spawned = ::posix_spawnp(&pid, argumentPointers[0], &actions, &attributes,
                                      argumentPointers.data(), environmentPointers.data());
   posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
   if (!options.closeStandardInput) ::close(in[0]);
   ::close(out[1]);
   ::close(err[1]);

@@ -1,0 +1,117 @@
+// The demo of scripts/run.sh: builds the sample home folder, and turns the
+// lines of "scan-stream" into a short summary that a person reads.
+//
+//   brisko-demo sample-home DIR [SCALE]
+//   BriskoEngine scan-stream | brisko-demo summarize
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "protocol/brisko_formatting.h"
+#include "protocol/engine_text.h"
+#include "protocol/scan_records.h"
+#include "testing/sample_home.h"
+
+namespace {
+
+using brisko::BriskoFormatting;
+
+// An engine text with its arguments put in, as the application would show it
+// in English.
+std::string rendered(const std::string& text) {
+  const auto encoded = brisko::EngineText::decoded(text);
+  if (!encoded) return text;
+  std::string result;
+  const std::string& key = encoded->key;
+  size_t next = 0;
+  for (size_t i = 0; i < key.size(); ++i) {
+    if (key[i] != '%') {
+      result += key[i];
+      continue;
+    }
+    // %@, %d and their positional forms %1$@ ...
+    size_t j = i + 1;
+    while (j < key.size() && (std::isdigit(static_cast<unsigned char>(key[j])) || key[j] == '$'))
+      ++j;
+    if (j < key.size() && (key[j] == '@' || key[j] == 'd')) {
+      size_t index = next++;
+      if (j > i + 1 && key[j - 1] == '$') index = std::stoul(key.substr(i + 1, j - i - 2)) - 1;
+      if (index < encoded->arguments.size()) result += encoded->arguments[index];
+      i = j;
+    } else {
+      result += key[i];
+    }
+  }
+  return result;
+}
+
+int summarize() {
+  std::optional<brisko::ScanReport> report;
+  int progressLines = 0;
+  int totalLocations = 0;
+  std::string line;
+  while (std::getline(std::cin, line)) {
+    if (line.empty()) continue;
+    const auto event = brisko::decodeJson<brisko::ScanEvent>(line);
+    if (event.kind == brisko::ScanEventKind::progress) ++progressLines;
+    if (event.kind == brisko::ScanEventKind::started && event.progress) {
+      totalLocations = static_cast<int>(event.progress->totalLocations);
+    }
+    if (event.report) report = event.report;
+  }
+  if (!report) {
+    std::cerr << "brisko-demo: the scan ended without its report\n";
+    return 1;
+  }
+  std::printf("Scanned %d locations (%d progress steps) on %s, %s free of %s.\n\n", totalLocations,
+              progressLines, report->disk.volumeName.c_str(),
+              BriskoFormatting::bytes(report->disk.availableBytes).c_str(),
+              BriskoFormatting::bytes(report->disk.totalBytes).c_str());
+  std::int64_t cleanable = 0;
+  std::int64_t recommended = 0;
+  for (const auto& finding : report->findings) {
+    const bool reportOnly = finding.action == brisko::RuleAction::reportOnly;
+    const char* label = reportOnly                                       ? "shown only"
+                        : finding.risk == brisko::RiskLevel::recommended ? "recommended"
+                                                                         : "review";
+    std::printf("  %-24s %10s  %-11s %s%s\n", finding.title.c_str(),
+                BriskoFormatting::bytes(finding.bytes).c_str(), label, finding.explanation.c_str(),
+                finding.isPartial ? " (partial)" : "");
+    if (finding.items) {
+      for (const auto& item : *finding.items) {
+        std::printf("      %-28s %10s  %s\n", item.title.c_str(),
+                    BriskoFormatting::bytes(item.bytes).c_str(), item.subtitle.c_str());
+      }
+    }
+    if (!reportOnly) cleanable += finding.bytes;
+    if (!reportOnly && finding.risk == brisko::RiskLevel::recommended) recommended += finding.bytes;
+  }
+  for (const auto& warning : report->warnings)
+    std::printf("\n  Warning: %s", rendered(warning).c_str());
+  for (const auto& blocked : report->blocked)
+    std::printf("\n  Could not read: %s (%s)", blocked.title.c_str(), blocked.path.c_str());
+  std::printf("\n\n%zu findings: %s could be cleaned, %s of it recommended.\n",
+              report->findings.size(), BriskoFormatting::bytes(cleanable).c_str(),
+              BriskoFormatting::bytes(recommended).c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const std::string command = argc > 1 ? argv[1] : "";
+    if (command == "sample-home" && (argc == 3 || argc == 4)) {
+      brisko::testing::buildSampleHome(argv[2], argc == 4 ? std::stoll(argv[3]) : 1);
+      return 0;
+    }
+    if (command == "summarize" && argc == 2) return summarize();
+    std::cerr << "usage: brisko-demo sample-home DIR [SCALE] | brisko-demo summarize\n";
+    return 64;
+  } catch (const std::exception& error) {
+    std::cerr << "brisko-demo: " << error.what() << '\n';
+    return 1;
+  }
+}
