@@ -30,3 +30,17 @@ tail -n 1 "$sample/events.jsonl" | cut -c 1-300
 echo "..."
 echo
 "$demo" summarize <"$sample/events.jsonl"
+
+# The clean road on the same sample home: plan what is recommended, run the
+# plan (every item is checked again at the moment of its deletion), and read
+# the receipt.
+echo
+echo "== BriskoEngine create-plan (the recommended findings of the scan)"
+"$demo" plan-request <"$sample/events.jsonl" >"$sample/request.json"
+cat "$sample/request.json"
+HOME="$sample/home" "$engine" create-plan <"$sample/request.json" >"$sample/plan.json"
+"$demo" describe-plan <"$sample/plan.json" >"$sample/execute.json"
+echo
+echo "== BriskoEngine execute-plan"
+HOME="$sample/home" "$engine" execute-plan <"$sample/execute.json" >"$sample/cleanup.jsonl"
+"$demo" receipt <"$sample/cleanup.jsonl"

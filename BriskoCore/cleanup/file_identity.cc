@@ -5,6 +5,8 @@
 
 #include <limits>
 
+#include "rules/tree_walker.h"
+
 namespace brisko {
 
 namespace {
@@ -15,9 +17,14 @@ std::int64_t allocatedBytes(const struct stat& info) {
 
 thread_local std::int64_t walkTotal = 0;
 
-int addRegularFile(const char*, const struct stat* info, int type, FTW*) {
+int addRegularFile(const char* path, const struct stat* info, int type, FTW* position) {
+  // A package below the item (an application bundle) is measured as nothing,
+  // as the scan measures it.
+  if (type == FTW_D && position->level > 0 && isPackageName(path + position->base)) {
+    return FTW_SKIP_SUBTREE;
+  }
   if (type == FTW_F && S_ISREG(info->st_mode)) walkTotal += allocatedBytes(*info);
-  return 0;
+  return FTW_CONTINUE;
 }
 
 }  // namespace
@@ -49,7 +56,7 @@ std::int64_t measuredBytes(const std::string& path) {
   walkTotal = 0;
   // FTW_PHYS: links are reported as links and never followed; FTW_MOUNT:
   // other file systems mounted inside are not measured (nor ever removed).
-  ::nftw(path.c_str(), addRegularFile, 32, FTW_PHYS | FTW_MOUNT);
+  ::nftw(path.c_str(), addRegularFile, 32, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
   return walkTotal;
 }
 

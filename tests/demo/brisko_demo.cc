@@ -3,14 +3,23 @@
 //
 //   brisko-demo sample-home DIR [SCALE]
 //   BriskoEngine scan-stream | brisko-demo summarize
+//   brisko-demo plan-request < scan events   (the recommended findings, as a request)
+//   brisko-demo describe-plan < plan         (the plan in words; the run's request on stdout)
+//   brisko-demo receipt < execute-plan events
 
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
+#include <optional>
+#include <set>
 #include <string>
 
 #include "protocol/brisko_formatting.h"
 #include "protocol/engine_text.h"
+#include "protocol/guard_warning_text.h"
+#include "protocol/plan_records.h"
+#include "protocol/receipt_records.h"
 #include "protocol/scan_records.h"
 #include "testing/sample_home.h"
 
@@ -98,6 +107,117 @@ int summarize() {
   return 0;
 }
 
+std::string standardInput() {
+  return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+}
+
+std::optional<brisko::ScanReport> reportOf(const std::string& events) {
+  std::optional<brisko::ScanReport> report;
+  size_t start = 0;
+  while (start < events.size()) {
+    size_t end = events.find('\n', start);
+    if (end == std::string::npos) end = events.size();
+    const std::string line = events.substr(start, end - start);
+    start = end + 1;
+    if (line.empty()) continue;
+    const auto event = brisko::decodeJson<brisko::ScanEvent>(line);
+    if (event.report) report = event.report;
+  }
+  return report;
+}
+
+// What the application preselects: recommended findings that can be cleaned
+// and that no running application holds back.
+int planRequest() {
+  const auto report = reportOf(standardInput());
+  if (!report) {
+    std::cerr << "brisko-demo: the scan ended without its report\n";
+    return 1;
+  }
+  std::set<std::string> heldBack;
+  for (const auto& warning : report->warnings) {
+    if (auto title = brisko::GuardWarningText::guardedTitle(warning)) heldBack.insert(*title);
+  }
+  brisko::CreateCleanupPlanRequest request;
+  for (const auto& finding : report->findings) {
+    if (finding.action != brisko::RuleAction::cleanup) continue;
+    if (finding.risk != brisko::RiskLevel::recommended || finding.bytes < 1) continue;
+    if (heldBack.contains(finding.title)) continue;
+    request.findingIDs.push_back(finding.id);
+  }
+  std::cout << brisko::encodeJson(request) << '\n';
+  return 0;
+}
+
+int describePlan() {
+  const auto plan = brisko::decodeJson<brisko::CleanupPlan>(standardInput());
+  std::int64_t total = 0;
+  for (const auto& item : plan.items)
+    total += item.estimatedBytes;
+  std::fprintf(stderr, "Plan %s: %zu items, %s, valid until %s.\n", plan.id.text().c_str(),
+               plan.items.size(), BriskoFormatting::bytes(total).c_str(),
+               brisko::formatIso8601(plan.expiresAt).c_str());
+  // Catalog locations that this home doesn't have are many and say little.
+  size_t missing = 0;
+  for (const auto& skip : plan.skipped) {
+    if (skip.reason == brisko::CleanupPlanSkipReason::pathMissing) {
+      ++missing;
+      continue;
+    }
+    std::fprintf(stderr, "  left out: %s (%s)\n", skip.path.c_str(), skip.message.c_str());
+  }
+  std::fprintf(stderr, "  and %zu catalog locations that this home folder doesn't have.\n",
+               missing);
+  std::cout << brisko::encodeJson(brisko::ExecuteCleanupPlanRequest{plan.id}) << '\n';
+  return 0;
+}
+
+int describeReceipt() {
+  std::optional<brisko::CleanupReceipt> receipt;
+  const std::string events = standardInput();
+  size_t start = 0;
+  while (start < events.size()) {
+    size_t end = events.find('\n', start);
+    if (end == std::string::npos) end = events.size();
+    const std::string line = events.substr(start, end - start);
+    start = end + 1;
+    if (line.empty()) continue;
+    const auto event = brisko::decodeJson<brisko::CleanupEvent>(line);
+    if (event.receipt) receipt = event.receipt;
+  }
+  if (!receipt) {
+    std::cerr << "brisko-demo: the run ended without its receipt\n";
+    return 1;
+  }
+  std::int64_t freed = 0;
+  int deleted = 0, skipped = 0, failed = 0;
+  for (const auto& result : receipt->results) {
+    switch (result.outcome) {
+      case brisko::CleanupItemOutcome::deleted:
+        ++deleted;
+        freed += result.bytes;
+        std::printf("  deleted  %10s  %s\n", BriskoFormatting::bytes(result.bytes).c_str(),
+                    result.originalPath.c_str());
+        break;
+      case brisko::CleanupItemOutcome::skipped:
+        ++skipped;
+        std::printf("  kept                 %s: %s\n", result.originalPath.c_str(),
+                    rendered(result.message).c_str());
+        break;
+      case brisko::CleanupItemOutcome::failed:
+        ++failed;
+        std::printf("  failed               %s: %s\n", result.originalPath.c_str(),
+                    result.message.c_str());
+        break;
+    }
+  }
+  std::printf("\nReceipt %s, %s to %s: %d deleted, %d kept, %d failed; %s freed.\n",
+              receipt->id.text().c_str(), brisko::formatIso8601(receipt->startedAt).c_str(),
+              brisko::formatIso8601(receipt->completedAt).c_str(), deleted, skipped, failed,
+              BriskoFormatting::bytes(freed).c_str());
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -108,7 +228,11 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (command == "summarize" && argc == 2) return summarize();
-    std::cerr << "usage: brisko-demo sample-home DIR [SCALE] | brisko-demo summarize\n";
+    if (command == "plan-request" && argc == 2) return planRequest();
+    if (command == "describe-plan" && argc == 2) return describePlan();
+    if (command == "receipt" && argc == 2) return describeReceipt();
+    std::cerr << "usage: brisko-demo sample-home DIR [SCALE] | summarize | plan-request | "
+                 "describe-plan | receipt\n";
     return 64;
   } catch (const std::exception& error) {
     std::cerr << "brisko-demo: " << error.what() << '\n';
