@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# Times the space scan against the machine's limit and against du, on a
+# home-like tree of 1.5 million entries, warm cache, in the same run.
+#
+#   bench/space_bench.sh [build-dir]        (default: build/release)
+#
+# Environment: BENCH_DIR (default ${TMPDIR:-/tmp}/brisko-space-bench) holds the
+# tree, built once and kept; ROUNDS (default 5); THREADS for limitwalk
+# (default 2). Prints the medians, the ratios and the scan's peak memory.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build/release}
+bench_dir=${BENCH_DIR:-${TMPDIR:-/tmp}/brisko-space-bench}
+rounds=${ROUNDS:-5}
+threads=${THREADS:-2}
+tools=${BRISKO_TOOLS:-$root/../../shared/tools}
+[ -f "$tools/mktree.py" ] || tools=/work/shared/tools
+
+files=1330100
+dirs=150000
+tree=$bench_dir/tree-1.5m
+mkdir -p "$bench_dir"
+
+if [ ! -f "$tree.manifest.json" ]; then
+  echo "Building the tree once under $tree (a few minutes)..." >&2
+  python3 "$tools/mktree.py" --out "$tree" --files "$files" --dirs "$dirs" --seed 1 --force >/dev/null
+fi
+entries=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["entries_including_root"])' "$tree.manifest.json")
+
+limitwalk=$bench_dir/limitwalk
+if [ ! -x "$limitwalk" ] || [ "$tools/limitwalk.c" -nt "$limitwalk" ]; then
+  cc -O2 -pthread -o "$limitwalk" "$tools/limitwalk.c"
+fi
+
+# The cache must not land inside the tree it measures.
+export XDG_DATA_HOME=$bench_dir/data
+mkdir -p "$XDG_DATA_HOME"
+
+# The engine's space-stream if it has one, else the same library call through
+# the bench driver.
+engine=$build/BriskoEngine/BriskoEngine
+probe_home=$(mktemp -d)
+if [ -x "$engine" ] && HOME=$probe_home "$engine" space-stream 2>/dev/null | grep -q '"kind":"completed"'; then
+  space=(env HOME="$tree" "$engine" space-stream)
+  space_name="BriskoEngine space-stream"
+else
+  space=("$build/bench/space_stream_bench" "$tree")
+  space_name="space_stream_bench (the engine has no space-stream yet)"
+fi
+rmdir "$probe_home"
+
+results=$(mktemp)
+trap 'rm -f "$results" "$bench_dir"/*.out "$bench_dir"/*.time' EXIT
+
+# measure NAME COMMAND...: appends "NAME wall user sys peak-kB" to the results.
+measure() {
+  local name=$1
+  shift
+  /usr/bin/time -o "$bench_dir/$name.time" -f "%e %U %S %M" "$@" >"$bench_dir/$name.out" 2>/dev/null ||
+    true
+  echo "$name $(tail -1 "$bench_dir/$name.time")" >>"$results"
+}
+
+echo "Tree: $tree ($entries entries); $rounds rounds, warm cache; scan: $space_name" >&2
+# Warm the cache and check that both walks see the same bytes.
+"$limitwalk" -t "$threads" "$tree" >"$bench_dir/limitwalk.out" || true
+"${space[@]}" >"$bench_dir/space.out"
+limit_bytes=$(sed -n 's/.* bytes=\([0-9]*\).*/\1/p' "$bench_dir/limitwalk.out")
+space_bytes=$(tail -1 "$bench_dir/space.out" | python3 -c 'import json,sys; print(json.load(sys.stdin)["report"]["root"]["bytes"])')
+du -skP -- "$tree" >/dev/null
+
+for ((round = 1; round <= rounds; round++)); do
+  measure limitwalk "$limitwalk" -t "$threads" "$tree"
+  measure space "${space[@]}"
+  measure du du -skP -- "$tree"
+  echo "  round $round done" >&2
+done
+
+python3 - "$results" "$limit_bytes" "$space_bytes" <<'PY'
+import statistics, sys
+rows = [line.split() for line in open(sys.argv[1]) if line.strip()]
+def med(name, column):
+    return statistics.median(float(r[column]) for r in rows if r[0] == name)
+wall = {n: med(n, 1) for n in ("limitwalk", "space", "du")}
+cpu = {n: med(n, 2) + med(n, 3) for n in wall}
+peak = {n: max(int(r[4]) for r in rows if r[0] == n) for n in wall}
+for n in ("limitwalk", "space", "du"):
+    print(f"{n:10s} median {wall[n]:7.2f} s   cpu {cpu[n]:6.2f} s ({cpu[n] / wall[n]:.2f} cores)   peak {peak[n] / 1024:6.1f} MB")
+print(f"space / limitwalk = {wall['space'] / wall['limitwalk']:.2f}   (target <= 1.25)")
+print(f"du / limitwalk    = {wall['du'] / wall['limitwalk']:.2f}")
+print(f"space / du        = {wall['space'] / wall['du']:.2f}")
+print(f"space peak memory = {peak['space'] / 1024:.1f} MB   (target < 64)")
+same = sys.argv[2] == sys.argv[3]
+print(f"bytes: space {sys.argv[3]}, limitwalk {sys.argv[2]}: {'equal' if same else 'DIFFERENT'}")
+PY
