@@ -3,7 +3,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
-mapfile -t files < <(git ls-files -- '*.cc' '*.h' 2>/dev/null || true)
+mapfile -t files < <(git ls-files -co --exclude-standard -- "*.cc" "*.h" 2>/dev/null | while read -r f; do [ -f "$f" ] && echo "$f"; done)
 [ ${#files[@]} -eq 0 ] && exit 0
 if ! clang-format --dry-run --Werror "${files[@]}" 2>/dev/null; then
   echo "Formatting differs from .clang-format in:" >&2

@@ -133,8 +133,7 @@ SpaceTreeBuilder::Result SpaceWalker::run() {
 
   {
     std::lock_guard guard(progressLock_);
-    totalLocations_ = static_cast<std::int64_t>(entries_.size());
-    completedLocations_ = 0;
+    ledger_ = ScanProgressLedger(static_cast<std::int64_t>(entries_.size()));
     for (int i = 0; i < static_cast<int>(entries_.size()); ++i)
       unfinished_.insert(i);
   }
@@ -457,7 +456,7 @@ void SpaceWalker::finishRootEntry(int index, std::optional<SpaceNode> node, std:
   rootBoxes_.erase(index);
   std::string title = unfinished_.empty() ? entries_[static_cast<size_t>(index)].displayName
                                           : mostImportantUnfinishedTitleLocked();
-  completedLocations_ = std::clamp<std::int64_t>(completedLocations_ + 1, 0, totalLocations_);
+  ledger_.finishedLocation(title);
   if (node) {
     if (onRootEntry_) onRootEntry_(*node, progressLocked(shownText(title)));
     rootNodes_[index] = std::move(*node);
@@ -476,19 +475,19 @@ std::string SpaceWalker::mostImportantUnfinishedTitleLocked() const {
 }
 
 SpaceScanProgress SpaceWalker::progressLocked(std::string title) {
-  double fraction = static_cast<double>(completedLocations_);
+  double fraction = static_cast<double>(ledger_.completed());
   for (const auto& [index, box] : rootBoxes_) {
     std::lock_guard guard(box->lock);
     if (box->childDirsTotal >= 1)
       fraction += std::min(1.0, static_cast<double>(box->childDirsFinished) /
                                     static_cast<double>(box->childDirsTotal));
   }
-  fraction /= static_cast<double>(std::max<std::int64_t>(totalLocations_, 1));
+  fraction /= static_cast<double>(std::max<std::int64_t>(ledger_.totalLocations(), 1));
   peakFineFraction_ = std::max(peakFineFraction_, std::min(fraction, 1.0));
 
   SpaceScanProgress progress;
-  progress.completedLocations = completedLocations_;
-  progress.totalLocations = totalLocations_;
+  progress.completedLocations = ledger_.completed();
+  progress.totalLocations = ledger_.totalLocations();
   progress.currentTitle = std::move(title);
   progress.fineFraction = peakFineFraction_;
   progress.measuredBytes = measuredBytes_.load();

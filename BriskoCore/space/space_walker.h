@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "rules/scan_progress_ledger.h"
 #include "space/entry_budget.h"
 #include "space/large_file_heap.h"
 #include "space/space_tree_builder.h"
@@ -102,8 +103,7 @@ class SpaceWalker {
   std::vector<std::thread> helpers_;
 
   std::mutex progressLock_;
-  std::int64_t totalLocations_ = 0;
-  std::int64_t completedLocations_ = 0;
+  ScanProgressLedger ledger_{0};
   std::vector<RootEntry> entries_;
   std::set<int> unfinished_;
   std::map<int, SpaceNode> rootNodes_;

@@ -1,51 +1,40 @@
 #include "testing/ordinary_user.h"
 
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-
-extern char** environ;
+#include <cstdlib>
 
 namespace brisko::testing {
 
-int runTestsAsOrdinaryUser(const std::string& gtestFilter,
-                           const std::vector<std::string>& environment) {
-  char self[PATH_MAX];
-  const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self - 1);
+int runTestsAsOrdinaryUser(std::string_view gtestFilter,
+                           const std::vector<std::pair<std::string, std::string>>& environment) {
+  char binary[PATH_MAX];
+  const ssize_t length = ::readlink("/proc/self/exe", binary, sizeof binary - 1);
   if (length <= 0) return -1;
-  self[length] = '\0';
-
-  std::vector<std::string> arguments{"setpriv",
-                                     "--reuid=65534",
-                                     "--regid=65534",
-                                     "--clear-groups",
-                                     self,
-                                     "--gtest_also_run_disabled_tests",
-                                     "--gtest_filter=" + gtestFilter};
-  std::vector<char*> argv;
-  for (auto& argument : arguments)
-    argv.push_back(argument.data());
-  argv.push_back(nullptr);
-
-  std::vector<std::string> variables;
-  for (char** entry = environ; *entry != nullptr; ++entry)
-    variables.emplace_back(*entry);
-  variables.insert(variables.end(), environment.begin(), environment.end());
-  std::vector<char*> envp;
-  for (auto& variable : variables)
-    envp.push_back(variable.data());
-  envp.push_back(nullptr);
-
-  pid_t child = 0;
-  if (::posix_spawnp(&child, "setpriv", nullptr, nullptr, argv.data(), envp.data()) != 0) return -1;
+  binary[length] = '\0';
+  const std::string filter = "--gtest_filter=" + std::string(gtestFilter);
+  const pid_t child = ::fork();
+  if (child < 0) return -1;
+  if (child == 0) {
+    for (const auto& [name, value] : environment)
+      ::setenv(name.c_str(), value.c_str(), 1);
+    ::execl("/usr/bin/setpriv", "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+            binary, filter.c_str(), static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
   int status = 0;
   while (::waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) return -1;
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ordinaryUserArgument(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string() : std::string(value);
 }
 
 }  // namespace brisko::testing

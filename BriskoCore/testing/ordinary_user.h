@@ -1,19 +1,23 @@
 #pragma once
 
-// Everything here runs as root, and root reads a folder of mode 000; so a test
-// of permission denial runs its check again in this test binary, as the
-// unprivileged user 65534, through setpriv.
-
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace brisko::testing {
 
-// Runs the tests matching `gtestFilter` (disabled ones included, which is how
-// such child tests keep out of the ordinary run) in a new process of this
-// binary as user and group 65534 with no extra groups, with `environment`
-// ("NAME=value") added. Returns the exit status, or -1 if it could not run.
-int runTestsAsOrdinaryUser(const std::string& gtestFilter,
-                           const std::vector<std::string>& environment = {});
+// Everything here runs as root, and root reads a folder of mode 000, so a
+// test of permission denial runs its code as an ordinary user: this starts
+// the running test binary again under `setpriv` as uid and gid 65534 with no
+// groups, running only the tests that `gtestFilter` picks, with `environment`
+// added. Answers the child's exit status (0 when its tests passed), or -1
+// when it could not be started. The child's output goes to ours.
+int runTestsAsOrdinaryUser(std::string_view gtestFilter,
+                           const std::vector<std::pair<std::string, std::string>>& environment);
+
+// The value of an environment variable set by the parent, or empty when the
+// test runs on its own (and should then skip).
+std::string ordinaryUserArgument(const char* name);
 
 }  // namespace brisko::testing

@@ -1,0 +1,76 @@
+// Dates, identifiers and UTF-8: the small pieces every record leans on.
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "base/date.h"
+#include "base/utf8.h"
+#include "base/uuid.h"
+
+namespace brisko {
+namespace {
+
+TEST(Iso8601, FormatsAndParsesWholeSecondsInUtc) {
+  const Date moment = Date{std::chrono::seconds{951782400}};  // 2000-02-29
+  EXPECT_EQ(formatIso8601(moment), "2000-02-29T00:00:00Z");
+  EXPECT_EQ(parseIso8601("2000-02-29T00:00:00Z"), moment);
+  EXPECT_EQ(formatIso8601(Date{}), "1970-01-01T00:00:00Z");
+  // Fractions are dropped toward the past, also before 1970.
+  EXPECT_EQ(formatIso8601(Date{std::chrono::milliseconds{-1}}), "1969-12-31T23:59:59Z");
+  EXPECT_EQ(formatIso8601(moment + std::chrono::milliseconds{999}), "2000-02-29T00:00:00Z");
+  EXPECT_EQ(wholeSeconds(moment + std::chrono::nanoseconds{1}), moment);
+}
+
+TEST(Iso8601, RefusesEveryOtherForm) {
+  for (const char* text :
+       {"", "2000-02-29", "2000-02-29T00:00Z", "2000-02-29T00:00:00", "2000-02-29T00:00:00.000Z",
+        "2000-02-29T00:00:00+00:00", "2000-02-29 00:00:00Z", "2000-2-29T00:00:00Z",
+        "1900-02-29T00:00:00Z", "2000-04-31T00:00:00Z", "2000-00-10T00:00:00Z",
+        "2000-01-01T00:60:00Z", "2000-01-01T00:00:60Z", "+200-01-01T00:00:00Z",
+        "2000-01-01T00:00:00ZZ", "２０００-01-01T00:00:00Z"}) {
+    EXPECT_FALSE(parseIso8601(text)) << text;
+  }
+}
+
+TEST(Uuid, TextIsCanonicalUpperCase) {
+  const Uuid a = Uuid::random();
+  const std::string text = a.text();
+  ASSERT_EQ(text.size(), 36u);
+  EXPECT_EQ(text.find_first_not_of("0123456789ABCDEF-"), std::string::npos) << text;
+  EXPECT_EQ(text[14], '4');  // version 4
+  EXPECT_NE(std::string("89AB").find(text[19]), std::string::npos);
+  EXPECT_EQ(Uuid::parse(text), a);
+  std::set<std::string> seen;
+  for (int i = 0; i < 1000; ++i)
+    seen.insert(Uuid::random().text());
+  EXPECT_EQ(seen.size(), 1000u);
+}
+
+TEST(Utf8, ValidationFollowsTheStandard) {
+  EXPECT_TRUE(isValidUtf8(""));
+  EXPECT_TRUE(isValidUtf8("plain/path"));
+  EXPECT_TRUE(isValidUtf8("K\xE2\x84\xAA"));         // KELVIN SIGN
+  EXPECT_TRUE(isValidUtf8("\xF0\x9F\x98\x80"));      // emoji
+  EXPECT_TRUE(isValidUtf8(std::string("a\0b", 3)));  // NUL is a code point
+  EXPECT_FALSE(isValidUtf8("\xFF"));
+  EXPECT_FALSE(isValidUtf8("\xC0\xAF"));          // overlong "/"
+  EXPECT_FALSE(isValidUtf8("\xE0\x80\xAF"));      // overlong "/"
+  EXPECT_FALSE(isValidUtf8("\xED\xA0\x80"));      // surrogate
+  EXPECT_FALSE(isValidUtf8("\xF4\x90\x80\x80"));  // above U+10FFFF
+  EXPECT_FALSE(isValidUtf8("\xE2\x84"));          // truncated
+  EXPECT_FALSE(isValidUtf8("abc\x80"));           // stray continuation
+}
+
+TEST(Utf8, RepairReplacesOnlyTheBrokenBytes) {
+  EXPECT_EQ(repairedUtf8("caf\xC3\xA9"), "caf\xC3\xA9");
+  EXPECT_EQ(repairedUtf8("a\xFF"
+                         "b"),
+            "a\xEF\xBF\xBD"
+            "b");
+  EXPECT_EQ(repairedUtf8("\xE2\x84"), "\xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_TRUE(isValidUtf8(repairedUtf8("\xC0\xAF\xED\xA0\x80zz\xF4\x90")));
+}
+
+}  // namespace
+}  // namespace brisko

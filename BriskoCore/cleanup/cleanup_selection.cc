@@ -1,0 +1,166 @@
+#include "cleanup/cleanup_selection.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/standardized_path.h"
+#include "base/unicode_text.h"
+#include "rules/cleanup_rule_catalog.h"
+#include "rules/cleanup_rule_runtime.h"
+#include "rules/directory_listing.h"
+#include "rules/orphan_detection.h"
+#include "safety/path_safety_policy.h"
+
+namespace brisko {
+
+namespace {
+
+namespace runtime = CleanupRuleRuntime;
+
+std::string lastComponent(const std::string& path) {
+  const auto slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string parentOf(const std::string& path) {
+  const auto slash = path.find_last_of('/');
+  if (slash == std::string::npos || slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+std::string lowercasedExtension(const std::string& path) {
+  const std::string name = lastComponent(path);
+  const auto dot = name.find_last_of('.');
+  if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) return "";
+  return lowercasedText(name.substr(dot + 1));
+}
+
+bool isUnder(const std::string& path, const std::string& root) {
+  const std::string normalRoot = normalizedPolicyPath(root);
+  const std::string normalPath = normalizedPolicyPath(path);
+  const std::string prefix = normalRoot == "/" ? "/" : normalRoot + "/";
+  return normalPath.size() > prefix.size() && normalPath.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool isSymbolicLink(const std::string& path) {
+  struct stat info;
+  return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+CandidateMode candidateModeOf(const RuleTargetMode& mode) {
+  if (mode.kind() == RuleTargetMode::Case::appBundlePresence) return RuleTargetMode::contents();
+  return mode;
+}
+
+// An application support folder's cache folder: <root>/<app>/<cache name>,
+// where the app folder isn't excluded and the cache folder is one that the
+// chromium-style detection offers for that app today.
+bool isElectronCacheCandidate(const std::string& root, const std::string& path,
+                              const RuleTargetMode::ElectronAppSupportCaches& mode) {
+  if (!isUnder(path, root)) return false;
+  const std::string relative =
+      normalizedPolicyPath(path).substr(normalizedPolicyPath(root).size() + 1);
+  const auto slash = relative.find('/');
+  if (slash == std::string::npos) return false;
+  const std::string app = relative.substr(0, slash);
+  if (app.empty() || app.front() == '.' || mode.excludedEntries.contains(app)) return false;
+  const std::string appFolder = normalizedPolicyPath(root) + "/" + app;
+  if (isSymbolicLink(appFolder)) return false;
+  const auto caches = runtime::electronCacheFolders(appFolder);
+  const std::string normalPath = normalizedPolicyPath(path);
+  return std::any_of(caches.begin(), caches.end(), [&](const std::string& cache) {
+    return normalizedPolicyPath(cache) == normalPath;
+  });
+}
+
+}  // namespace
+
+std::vector<CleanupSelection> buildCleanupSelections(const std::string& home) {
+  std::vector<CleanupSelection> selections;
+  for (const CleanupRule& rule : CleanupRuleCatalog::rules()) {
+    if (rule.action != RuleAction::cleanup) continue;
+    for (const RuleTarget& target : rule.targets) {
+      if (target.mode.kind() == RuleTargetMode::Case::appBundlePresence) continue;
+      std::vector<std::string> roots = runtime::expandedRoots(target, home);
+      // A fixed location that is gone still gets its "no longer exists" skip;
+      // a pattern that matches nothing offers nothing.
+      if (roots.empty() && target.path.find('*') == std::string::npos) {
+        roots.push_back(runtime::expandedPath(target.path, home));
+      }
+      for (const auto& root : roots) {
+        selections.push_back({rule.id, rule.title, standardizedPath(root),
+                              candidateModeOf(target.mode), target.itemTitle,
+                              rule.effectiveGuards(target)});
+      }
+    }
+  }
+  return selections;
+}
+
+bool isStaleShellLink(const std::string& path) {
+  if (lastComponent(parentOf(path)) != "fnm_multishells") return false;
+  if (!isSymbolicLink(path)) return false;
+  const std::string name = lastComponent(path);
+  const auto underscore = name.find_last_of('_');
+  if (underscore == std::string::npos) return false;
+  const std::string digits = name.substr(underscore + 1);
+  if (digits.empty() || digits.size() > 9 ||
+      digits.find_first_not_of("0123456789") != std::string::npos) {
+    return false;
+  }
+  const long pid = std::stol(digits);
+  // 0 would address our own process group: never a shell of its own.
+  if (pid <= 0) return false;
+  if (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM) return false;
+  return errno == ESRCH;
+}
+
+std::vector<std::string> staleShellLinks(const std::string& multishellsFolder) {
+  std::vector<std::string> links;
+  const auto entries = rules_internal::listDirectory(multishellsFolder, /*skipHidden=*/false);
+  if (!entries) return links;
+  for (const auto& entry : *entries) {
+    if (entry.isSymbolicLink && isStaleShellLink(entry.path)) links.push_back(entry.path);
+  }
+  return links;
+}
+
+bool selectionAccepts(const CleanupSelection& selection, const std::string& rawPath) {
+  const std::string path = standardizedPath(rawPath);
+  const std::string& root = selection.root;
+  switch (selection.mode.kind()) {
+    case RuleTargetMode::Case::oldFiles:
+    case RuleTargetMode::Case::serviceWorkerCacheStorage:
+    case RuleTargetMode::Case::contents:
+    case RuleTargetMode::Case::appBundlePresence:
+      return isUnder(path, root);
+    case RuleTargetMode::Case::filesWithExtensions:
+      return runtime::isDirectChild(path, root) &&
+             selection.mode.as<RuleTargetMode::FilesWithExtensions>()->extensions.contains(
+                 lowercasedExtension(path));
+    case RuleTargetMode::Case::keepNewestVersions:
+    case RuleTargetMode::Case::keepActiveAndNewer:
+      return runtime::isDirectChild(path, root);
+    case RuleTargetMode::Case::electronAppSupportCaches:
+      return isElectronCacheCandidate(
+          root, path, *selection.mode.as<RuleTargetMode::ElectronAppSupportCaches>());
+    case RuleTargetMode::Case::orphanedBundles:
+      return runtime::isDirectChild(path, root) &&
+             OrphanDetection::bundleID(
+                 lastComponent(path),
+                 selection.mode.as<RuleTargetMode::OrphanedBundles>()->resource)
+                 .has_value();
+    case RuleTargetMode::Case::topLevel: {
+      if (runtime::isDirectChild(path, root)) return true;
+      const std::string parent = parentOf(path);
+      return lastComponent(parent) == "fnm_multishells" && runtime::isDirectChild(parent, root) &&
+             isStaleShellLink(path);
+    }
+  }
+  return false;
+}
+
+}  // namespace brisko

@@ -1,0 +1,319 @@
+#include "safety/path_safety_policy.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "base/unicode_text.h"
+#include "platform/symlink_resolution.h"
+#include "safety/protected_tables.h"
+#include "safety/whitelist_store.h"
+
+namespace brisko {
+
+namespace {
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool contains(std::string_view text, std::string_view needle) {
+  return ::memmem(text.data(), text.size(), needle.data(), needle.size()) != nullptr;
+}
+
+// `path` is `root` or lies below it. The boundary is tested first: it rules
+// out most roots without comparing their text.
+bool isWithin(std::string_view path, std::string_view root) {
+  return (path.size() == root.size() || (path.size() > root.size() && path[root.size()] == '/')) &&
+         startsWith(path, root);
+}
+
+struct PathShape {
+  // A piece that is exactly ".." or ".": a spelling that names another place
+  // than the text seems to, which the protected lists could not recognise.
+  bool hasDotPiece = false;
+  // No "//" and no trailing "/": the normalisation would leave it as it is.
+  bool isNormalized = true;
+};
+
+PathShape shapeOf(std::string_view path) {
+  PathShape shape;
+  size_t pieceStart = 0;
+  for (size_t i = 0; i <= path.size(); ++i) {
+    if (i < path.size() && path[i] != '/') continue;
+    const size_t length = i - pieceStart;
+    if ((length == 1 && path[pieceStart] == '.') ||
+        (length == 2 && path[pieceStart] == '.' && path[pieceStart + 1] == '.')) {
+      shape.hasDotPiece = true;
+    }
+    if (i < path.size() && i > 0 && path[i - 1] == '/') shape.isNormalized = false;
+    pieceStart = i + 1;
+  }
+  if (path.size() >= 2 && path.back() == '/') shape.isNormalized = false;
+  return shape;
+}
+
+bool isWhitelistMatch(const PathSafetyPolicy::CompiledMatcher& matcher, std::string_view normal,
+                      std::string& terminatedNormal) {
+  using Kind = PathSafetyPolicy::CompiledMatcher::Kind;
+  const std::string& pattern = matcher.pattern;
+  // For the plain and prefix kinds, every way to match needs the path and
+  // the pattern's literal text to agree up to the shorter of the two; one
+  // comparison rules out most patterns before the four tests below.
+  if (matcher.kind == Kind::exact || matcher.kind == Kind::prefix) {
+    const std::string& literal = matcher.kind == Kind::exact ? pattern : matcher.text;
+    const size_t shared = std::min(literal.size(), normal.size());
+    if (shared > 0 && normal[shared - 1] != literal[shared - 1]) return false;
+    if (std::memcmp(normal.data(), literal.data(), shared) != 0) return false;
+  }
+  if (normal == pattern) return true;
+  switch (matcher.kind) {
+    case Kind::prefix:
+      if (startsWith(normal, matcher.text)) return true;
+      break;
+    case Kind::substring:
+      if (contains(normal, matcher.text)) return true;
+      break;
+    case Kind::glob:
+      // fnmatch wants terminated text; made once per evaluation, and only
+      // when a glob pattern is reached.
+      if (terminatedNormal.empty()) terminatedNormal.assign(normal);
+      if (::fnmatch(pattern.c_str(), terminatedNormal.c_str(), 0) == 0) return true;
+      break;
+    case Kind::exact:
+      break;  // equality was tested above
+  }
+  // Every ancestor of a kept place is kept too, so that removing a parent
+  // can't take a kept child with it.
+  if (pattern.size() > normal.size() && pattern[normal.size()] == '/' &&
+      startsWith(pattern, normal)) {
+    return true;
+  }
+  return !matcher.hasGlob && startsWith(normal, matcher.patternSlash);
+}
+
+std::string expandedPattern(std::string_view pattern, const std::string& home) {
+  if (pattern == "~") return home;
+  if (startsWith(pattern, "~/")) return home + std::string(pattern.substr(1));
+  std::string expanded;
+  size_t from = 0;
+  for (;;) {
+    const size_t at = pattern.find("$HOME", from);
+    if (at == std::string_view::npos) break;
+    expanded.append(pattern.substr(from, at - from));
+    expanded.append(home);
+    from = at + 5;
+  }
+  expanded.append(pattern.substr(from));
+  return expanded;
+}
+
+}  // namespace
+
+std::optional<PathSafetyReason> PathSafetyVerdict::reason() const {
+  if (kind_ == Kind::invalid || kind_ == Kind::protected_) return reason_;
+  return std::nullopt;
+}
+
+std::string PathSafetyVerdict::description() const {
+  switch (kind_) {
+    case Kind::invalid:
+      return "invalid(" + std::string(enumName(reason_)) + ")";
+    case Kind::protected_:
+      return "protected(" + std::string(enumName(reason_)) + ")";
+    case Kind::whitelisted:
+      return "whitelisted(" + pattern_ + ")";
+    case Kind::allowed:
+      break;
+  }
+  return "allowed";
+}
+
+std::ostream& operator<<(std::ostream& out, const PathSafetyVerdict& verdict) {
+  return out << verdict.description();
+}
+
+std::string normalizedPolicyPath(std::string_view path) {
+  std::string normal;
+  normal.reserve(path.size());
+  for (const char c : path) {
+    if (c == '/' && !normal.empty() && normal.back() == '/') continue;
+    normal.push_back(c);
+  }
+  while (normal.size() >= 2 && normal.back() == '/')
+    normal.pop_back();
+  return normal;
+}
+
+PathSafetyPolicy::CompiledMatcher PathSafetyPolicy::CompiledMatcher::compile(std::string pattern) {
+  CompiledMatcher matcher;
+  const auto metacharacters = std::count_if(
+      pattern.begin(), pattern.end(), [](char c) { return c == '*' || c == '?' || c == '['; });
+  matcher.hasGlob = metacharacters > 0;
+  if (metacharacters == 0) {
+    matcher.kind = Kind::exact;
+  } else if (metacharacters == 1 && pattern.back() == '*') {
+    matcher.kind = Kind::prefix;
+    matcher.text = pattern.substr(0, pattern.size() - 1);
+  } else if (metacharacters == 2 && pattern.size() >= 3 && pattern.front() == '*' &&
+             pattern.back() == '*') {
+    matcher.kind = Kind::substring;
+    matcher.text = pattern.substr(1, pattern.size() - 2);
+  } else {
+    matcher.kind = Kind::glob;
+  }
+  matcher.patternSlash = pattern + "/";
+  matcher.pattern = std::move(pattern);
+  return matcher;
+}
+
+PathSafetyPolicy::PathSafetyPolicy(std::string_view homeDirectory,
+                                   const std::vector<std::string>& whitelistPatterns)
+    : homeDirectory_(normalizedPolicyPath(homeDirectory)) {
+  for (const std::string& raw : whitelistPatterns) {
+    const std::string expanded = expandedPattern(raw, homeDirectory_);
+    std::string pattern = normalizedPolicyPath(trimmingWhitespaceAndNewlines(expanded));
+    if (pattern.empty()) continue;
+    compiledWhitelist_.push_back(CompiledMatcher::compile(pattern));
+    whitelistPatterns_.push_back(std::move(pattern));
+  }
+  lowerHome_ = lowercasedText(homeDirectory_);
+  // With "/" as the home the suffixes stand on their own.
+  const std::string base = lowerHome_ == "/" ? std::string() : lowerHome_;
+  const auto rootsOf = [&base](const auto& suffixes) {
+    std::vector<std::string> roots;
+    roots.reserve(suffixes.size());
+    for (const std::string_view suffix : suffixes)
+      roots.push_back(base + std::string(suffix));
+    return roots;
+  };
+  protectedUserRoots_ = rootsOf(protected_tables::kProtectedUserRootSuffixes);
+  highRiskCacheRoots_ = rootsOf(protected_tables::kHighRiskCacheRootSuffixes);
+  preferencePrefixes_ = rootsOf(protected_tables::kPreferencePrefixSuffixes);
+  appDataRoots_ = rootsOf(protected_tables::kAppDataRootSuffixes);
+  orbstackRoot_ = base + "/.orbstack";
+}
+
+PathSafetyPolicy PathSafetyPolicy::loadingWhitelistFor(std::string_view homeDirectory) {
+  const auto contents = WhitelistStore::readFile(homeDirectory);
+  if (!contents)
+    return PathSafetyPolicy(homeDirectory, WhitelistStore::defaultPatterns(homeDirectory));
+  return PathSafetyPolicy(homeDirectory, WhitelistStore::parse(*contents));
+}
+
+bool PathSafetyPolicy::isCriticalSystemPath(std::string_view lower) const {
+  // The home itself, wherever it lies (for example /root), is never removed.
+  if (lower == lowerHome_) return true;
+  return protected_tables::isCriticalSystemPath(lower);
+}
+
+bool PathSafetyPolicy::isCriticalSystemRawPath(std::string_view path) const {
+  return isCriticalSystemPath(lowercasedText(normalizedPolicyPath(path)));
+}
+
+std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_view lower) const {
+  // Every root of the home tables is the lower-cased home plus a suffix, so
+  // one test of the home rules them all out for paths elsewhere, and for
+  // paths below it only the suffixes are left to compare.
+  const size_t homeLength = lowerHome_ == "/" ? 0 : lowerHome_.size();
+  const bool belowHome =
+      lower.size() > homeLength && lower[homeLength] == '/' &&
+      lower.compare(0, homeLength, std::string_view(lowerHome_).substr(0, homeLength)) == 0;
+  const auto isWithinHomeRoot = [&](const std::string& root) {
+    // The boundary and the last byte rule out most roots cheaply.
+    return (lower.size() == root.size() ||
+            (lower.size() > root.size() && lower[root.size()] == '/')) &&
+           lower[root.size() - 1] == root.back() &&
+           std::memcmp(lower.data() + homeLength, root.data() + homeLength,
+                       root.size() - homeLength) == 0;
+  };
+  const auto isWithinAnyHomeRoot = [&](const std::vector<std::string>& roots) {
+    return std::any_of(roots.begin(), roots.end(), isWithinHomeRoot);
+  };
+  constexpr auto kProtected = PathSafetyReason::protectedUserData;
+
+  if (belowHome && isWithinHomeRoot(orbstackRoot_)) return kProtected;
+  if (contains(lower, "/library/group containers/") && contains(lower, "dev.orbstack")) {
+    return kProtected;
+  }
+  if (startsWith(lower, "/private/var/folders/") || startsWith(lower, "/var/folders/")) {
+    for (const std::string_view marker : protected_tables::kEndpointSecurityMarkers) {
+      if (contains(lower, marker)) return PathSafetyReason::endpointSecurityData;
+    }
+    for (const std::string_view marker : protected_tables::kTemporaryAreaMarkers) {
+      if (contains(lower, marker)) return kProtected;
+    }
+  }
+  if (belowHome && isWithinAnyHomeRoot(protectedUserRoots_)) return kProtected;
+  for (const std::string_view root : protected_tables::kAudioAndImagingRoots) {
+    if (isWithin(lower, root)) return kProtected;
+  }
+  if (protected_tables::containsSystemSettingsMarker(lower)) return kProtected;
+
+  const bool insideAppData = belowHome && isWithinAnyHomeRoot(appDataRoots_);
+  if (protected_tables::matchesProtectedApplicationName(lower, insideAppData)) return kProtected;
+
+  if (belowHome) {
+    if (isWithinAnyHomeRoot(highRiskCacheRoots_)) return kProtected;
+    // These end in a partial file name, so there is no boundary to test.
+    for (const std::string& prefix : preferencePrefixes_) {
+      if (startsWith(lower, prefix)) return kProtected;
+    }
+  }
+  return std::nullopt;
+}
+
+const std::string* PathSafetyPolicy::whitelistMatch(std::string_view normal) const {
+  std::string terminatedNormal;
+  for (const CompiledMatcher& matcher : compiledWhitelist_) {
+    if (isWhitelistMatch(matcher, normal, terminatedNormal)) return &matcher.pattern;
+  }
+  return nullptr;
+}
+
+PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvingSymlinks) const {
+  if (path.empty()) return PathSafetyVerdict::invalid(PathSafetyReason::emptyPath);
+  if (path.front() != '/') return PathSafetyVerdict::invalid(PathSafetyReason::relativePath);
+  // Bytes that are not UTF-8 are refused with the control characters: they
+  // can't be folded, so the protected lists could not judge them.
+  if (checkScalars(path) != ScalarCheck::clean) {
+    return PathSafetyVerdict::invalid(PathSafetyReason::controlCharacter);
+  }
+  const PathShape shape = shapeOf(path);
+  if (shape.hasDotPiece) return PathSafetyVerdict::invalid(PathSafetyReason::pathTraversal);
+
+  // Paths from a walk are already normal; only odd spellings pay for a copy.
+  std::string normalized;
+  std::string_view normal = path;
+  if (!shape.isNormalized) {
+    normalized = normalizedPolicyPath(path);
+    normal = normalized;
+  }
+  const std::string lower = lowercasedText(normal);
+
+  if (isCriticalSystemPath(lower)) {
+    return PathSafetyVerdict::protected_(PathSafetyReason::criticalSystemPath);
+  }
+  if (const auto reason = protectionReason(lower)) return PathSafetyVerdict::protected_(*reason);
+  if (const std::string* pattern = whitelistMatch(normal)) {
+    return PathSafetyVerdict::whitelisted(*pattern);
+  }
+  if (!resolvingSymlinks) return PathSafetyVerdict::allowed();
+
+  const std::string resolved = normalizedPolicyPath(resolvingSymlinksInPath(normal));
+  if (resolved == normal) return PathSafetyVerdict::allowed();
+  // A link whose target can't even be read as text leads somewhere that no
+  // list could judge.
+  if (checkScalars(resolved) != ScalarCheck::clean) {
+    return PathSafetyVerdict::protected_(PathSafetyReason::symbolicLinkRedirect);
+  }
+  const std::string lowerResolved = lowercasedText(resolved);
+  if (isCriticalSystemPath(lowerResolved) || protectionReason(lowerResolved)) {
+    return PathSafetyVerdict::protected_(PathSafetyReason::symbolicLinkRedirect);
+  }
+  return PathSafetyVerdict::allowed();
+}
+
+}  // namespace brisko

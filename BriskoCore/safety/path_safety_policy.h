@@ -1,0 +1,155 @@
+#pragma once
+
+// The one gate that every deletion passes.
+//
+// Every candidate path, whatever rule or page produced it, goes through
+// `PathSafetyPolicy::evaluate`, and only an `allowed` verdict may proceed. The
+// protected lists are Brisko's own and compiled in; the whitelist is the user's
+// keep-list and can only withhold more, never grant: a protected or invalid
+// path reports so even when a whitelist line names it.
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "protocol/json_codec.h"
+
+namespace brisko {
+
+// Why a path is refused. The case name is the wire text.
+enum class PathSafetyReason : uint8_t {
+  emptyPath,
+  relativePath,
+  pathTraversal,
+  controlCharacter,  // also bytes that are not UTF-8
+  criticalSystemPath,
+  protectedUserData,
+  endpointSecurityData,
+  symbolicLinkRedirect,
+};
+
+template <>
+struct EnumNames<PathSafetyReason> {
+  static constexpr std::array<std::string_view, 8> names{
+      "emptyPath",          "relativePath",      "pathTraversal",        "controlCharacter",
+      "criticalSystemPath", "protectedUserData", "endpointSecurityData", "symbolicLinkRedirect"};
+};
+
+// invalid(reason), protected(reason), whitelisted(pattern) or allowed.
+class PathSafetyVerdict {
+ public:
+  enum class Kind : uint8_t { invalid, protected_, whitelisted, allowed };
+
+  static PathSafetyVerdict invalid(PathSafetyReason reason) { return {Kind::invalid, reason, {}}; }
+  static PathSafetyVerdict protected_(PathSafetyReason reason) {
+    return {Kind::protected_, reason, {}};
+  }
+  // `pattern` is the normalised whitelist pattern that matched, not the file's line.
+  static PathSafetyVerdict whitelisted(std::string pattern) {
+    return {Kind::whitelisted, PathSafetyReason{}, std::move(pattern)};
+  }
+  static PathSafetyVerdict allowed() { return {Kind::allowed, PathSafetyReason{}, {}}; }
+
+  Kind kind() const { return kind_; }
+  bool isAllowed() const { return kind_ == Kind::allowed; }
+  // The reason of an invalid or protected verdict; none for the other two.
+  std::optional<PathSafetyReason> reason() const;
+  // The pattern of a whitelisted verdict; empty for the others.
+  const std::string& pattern() const { return pattern_; }
+
+  // "invalid(emptyPath)", "protected(criticalSystemPath)", "whitelisted(/h/Keep)", "allowed".
+  std::string description() const;
+
+  friend bool operator==(const PathSafetyVerdict&, const PathSafetyVerdict&) = default;
+
+ private:
+  PathSafetyVerdict(Kind kind, PathSafetyReason reason, std::string pattern)
+      : kind_(kind), reason_(reason), pattern_(std::move(pattern)) {}
+
+  Kind kind_;
+  PathSafetyReason reason_;  // meaningful for invalid and protected only
+  std::string pattern_;      // meaningful for whitelisted only
+};
+
+std::ostream& operator<<(std::ostream& out, const PathSafetyVerdict& verdict);
+
+// The path normalisation used wherever two paths are compared as the same
+// place: every run of "/" becomes one, and trailing slashes go ("/" stays).
+// No "." or ".." resolution and no case change. (Linux has no "/private" tree,
+// so /tmp, /var and /etc paths stay as written.)
+std::string normalizedPolicyPath(std::string_view path);
+
+// A pure value, built once per operation and shared freely between threads:
+// it holds no handles and answers from strings. Only `evaluate` with
+// `resolvingSymlinks` true looks at the disk.
+class PathSafetyPolicy {
+ public:
+  // A whitelist pattern ready for matching.
+  struct CompiledMatcher {
+    // prefix and substring hold `text`; exact and glob use `pattern` itself.
+    enum class Kind : uint8_t { prefix, substring, exact, glob };
+
+    // Never fails; a malformed bracket behaves as fnmatch treats it.
+    static CompiledMatcher compile(std::string pattern);
+
+    std::string pattern;       // as given
+    std::string patternSlash;  // pattern + "/"
+    bool hasGlob = false;      // holds "*", "?" or "["
+    Kind kind = Kind::exact;
+    std::string text;  // the held text of prefix and substring
+  };
+
+  // Builds from explicit patterns. "~", "~/..." and "$HOME" expand to the
+  // home; patterns are trimmed and normalised, and empty ones are dropped.
+  PathSafetyPolicy(std::string_view homeDirectory,
+                   const std::vector<std::string>& whitelistPatterns);
+
+  // Reads <home>/.config/brisko/whitelist. A file that can't be read (missing,
+  // unreadable, not UTF-8) means the built-in default patterns; a readable
+  // file means exactly its active lines, so an empty file is an empty whitelist.
+  static PathSafetyPolicy loadingWhitelistFor(std::string_view homeDirectory);
+
+  // The gate. Never throws on any input and never touches the disk when
+  // `resolvingSymlinks` is false. With true, links in the existing part of the
+  // path are followed (a missing tail is kept as given) and the path is
+  // refused as `symbolicLinkRedirect` when the place it leads to would be.
+  PathSafetyVerdict evaluate(std::string_view path, bool resolvingSymlinks) const;
+
+  // Linux's and the system's own places, every home folder (/home/NAME,
+  // /Users/NAME) and this policy's own home. `lowercasedPath` must already be
+  // normalised and lower-cased; /usr/local/... and /opt/homebrew/... are never
+  // critical below their roots.
+  bool isCriticalSystemPath(std::string_view lowercasedPath) const;
+  // The same test for a path as given: normalises and lower-cases it first.
+  bool isCriticalSystemRawPath(std::string_view path) const;
+
+  // The lower-cased, normalised path's protection, if any: protectedUserData
+  // or endpointSecurityData. Critical paths are a separate test.
+  std::optional<PathSafetyReason> protectionReason(std::string_view lowercasedPath) const;
+
+  const std::string& homeDirectory() const { return homeDirectory_; }
+  const std::vector<std::string>& whitelistPatterns() const { return whitelistPatterns_; }
+  const std::string& lowerHome() const { return lowerHome_; }
+
+  // The pattern of the first whitelist matcher that covers `normalPath`
+  // (compared case-sensitively), or none. Ancestors of a pattern count too.
+  const std::string* whitelistMatch(std::string_view normalPath) const;
+
+ private:
+  bool isWithinHomeTable(std::string_view lower, const std::vector<std::string>& roots) const;
+
+  std::string homeDirectory_;
+  std::vector<std::string> whitelistPatterns_;
+  std::string lowerHome_;
+  std::vector<CompiledMatcher> compiledWhitelist_;
+  std::vector<std::string> protectedUserRoots_;
+  std::vector<std::string> highRiskCacheRoots_;
+  std::vector<std::string> preferencePrefixes_;
+  std::string orbstackRoot_;
+  std::vector<std::string> appDataRoots_;
+};
+
+}  // namespace brisko
