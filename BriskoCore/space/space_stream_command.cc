@@ -1,6 +1,8 @@
 #include "space/space_stream_command.h"
 
+#include <atomic>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <ostream>
 
@@ -45,26 +47,43 @@ int runSpaceStream(const std::string& home, const SpaceStreamOptions& options,
   const auto eventID = FSEventsReplay::currentEventID(home);
   const auto oracle = options.incremental ? oracleFromCache(home, store) : nullptr;
 
+  // The walk's callbacks run on its worker threads, where an exception must
+  // not escape: a failed write (the reader went away) stops the walk instead,
+  // and is raised again here once the workers are done.
+  std::atomic<bool> stop{false};
+  std::exception_ptr emitFailure;
+  const auto emitDuringWalk = [&](const SpaceEvent& event) {
+    if (stop) return;
+    try {
+      emit(event);
+    } catch (...) {
+      emitFailure = std::current_exception();
+      stop = true;
+    }
+  };
+
   const SpaceTreeBuilder builder(options.builder);
   auto result = builder.build(
       home,
       [&](std::int64_t rootEntries) {
         SpaceEvent event = eventOf(SpaceEventKind::started);
         event.progress = SpaceScanProgress{0, rootEntries, std::nullopt, 0.0, 0};
-        emit(event);
+        emitDuringWalk(event);
       },
       [&](const SpaceNode& node, const SpaceScanProgress& progress) {
         SpaceEvent event = eventOf(SpaceEventKind::node);
         event.node = node;
         event.progress = progress;
-        emit(event);
+        emitDuringWalk(event);
       },
       [&](const SpaceScanProgress& progress) {
         SpaceEvent event = eventOf(SpaceEventKind::progress);
         event.progress = progress;
-        emit(event);
+        emitDuringWalk(event);
       },
-      oracle.get());
+      oracle.get(), &stop);
+  // A tree cut short by a lost reader is neither reported nor stored.
+  if (emitFailure) std::rethrow_exception(emitFailure);
 
   for (const auto& warning : result.warnings) {
     SpaceEvent event = eventOf(SpaceEventKind::warning);

@@ -23,7 +23,9 @@ struct SpaceStreamOptions {
 // pulses as they come, then a `warning` for each warning, then `completed`
 // with the report. The cache is saved before `completed`; a cache that can't
 // be saved is told on `diagnostics` and does not fail the command. Events are
-// emitted one at a time, never concurrently. Returns the exit status (0).
+// emitted one at a time, never concurrently, though not always from the
+// calling thread. An exception from `emit` stops the walk and is raised again
+// from here, with nothing saved. Returns the exit status (0).
 int runSpaceStream(const std::string& home, const SpaceStreamOptions& options,
                    const std::function<void(const SpaceEvent&)>& emit, std::ostream& diagnostics);
 

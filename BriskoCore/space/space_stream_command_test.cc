@@ -138,3 +138,24 @@ TEST_F(SpaceStreamCommand, AnUnreadableHomeAndAnUnwritableCacheStillComplete) {
 
 }  // namespace
 }  // namespace brisko
+
+namespace brisko {
+namespace {
+
+TEST_F(SpaceStreamCommand, ALostReaderStopsTheWalkAndSavesNothing) {
+  for (int i = 0; i < 20; ++i)
+    home.writeFile("d" + std::to_string(i) + "/sub/file", "x");
+  int calls = 0;
+  EXPECT_THROW(runSpaceStream(
+                   home.path(), options,
+                   [&](const SpaceEvent&) {
+                     if (++calls == 2) throw std::runtime_error("the reader went away");
+                   },
+                   diagnostics),
+               std::runtime_error);
+  EXPECT_EQ(calls, 2);  // nothing is written after the failure
+  EXPECT_EQ(store().load(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace brisko

@@ -6,6 +6,7 @@
 // moment its last child is done, and a stored tree can be grafted in wherever
 // nothing changed.
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -59,10 +60,12 @@ class SpaceTreeBuilder {
 
   // Runs the whole scan, with the calling thread as one of the workers, and
   // returns when it is done. Never fails: what can't be read is marked in the
-  // tree and in the warnings.
+  // tree and in the warnings. Once `stop` is set, the folders not yet read are
+  // left unread and marked partial, so the walk ends soon.
   Result build(const std::string& home, StartedHandler onStarted = nullptr,
                RootEntryHandler onRootEntry = nullptr, ActivityHandler onActivity = nullptr,
-               const SpaceReuseOracle* reuse = nullptr) const;
+               const SpaceReuseOracle* reuse = nullptr,
+               const std::atomic<bool>* stop = nullptr) const;
 
  private:
   Options options_;

@@ -111,13 +111,14 @@ SpaceWalker::SpaceWalker(std::string home, SpaceTreeBuilder::Options options,
                          SpaceTreeBuilder::StartedHandler onStarted,
                          SpaceTreeBuilder::RootEntryHandler onRootEntry,
                          SpaceTreeBuilder::ActivityHandler onActivity,
-                         const SpaceReuseOracle* reuse)
+                         const SpaceReuseOracle* reuse, const std::atomic<bool>* stop)
     : home_(std::move(home)),
       options_(options),
       onStarted_(std::move(onStarted)),
       onRootEntry_(std::move(onRootEntry)),
       onActivity_(std::move(onActivity)),
       reuse_(reuse),
+      stop_(stop),
       largeFiles_(options.largeFileThreshold, options.maximumLargeFiles),
       budget_(options.entryBudget),
       lastPulse_(std::chrono::steady_clock::now()) {}
@@ -283,13 +284,16 @@ void SpaceWalker::workerLoop() {
 
 void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
   const std::string parentName = leafName(box->path);
+  const bool stopped = stop_ != nullptr && stop_->load(std::memory_order_relaxed);
 
-  BulkDirectoryLister::Result listing = options_.usesBulkEnumeration
-                                            ? BulkDirectoryLister::list(box->path)
-                                            : BulkDirectoryLister::listSlowly(box->path);
+  BulkDirectoryLister::Result listing = std::vector<BulkDirectoryEntry>();
+  if (!stopped) {
+    listing = options_.usesBulkEnumeration ? BulkDirectoryLister::list(box->path)
+                                           : BulkDirectoryLister::listSlowly(box->path);
+  }
   if (auto* failure = std::get_if<BulkDirectoryLister::Failure>(&listing);
       failure != nullptr && failure->kind == BulkDirectoryLister::Failure::Kind::failed &&
-      options_.usesBulkEnumeration) {
+      options_.usesBulkEnumeration && !stopped) {
     listing = BulkDirectoryLister::listSlowly(box->path);
   }
   bool denied = false;
@@ -306,7 +310,7 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
   std::vector<SpaceNode> fileNodes;
   std::vector<const SpaceNode*> reusedNodes;
   std::vector<BoxPtr> newBoxes;
-  bool cutShort = false;
+  bool cutShort = stopped;
 
   for (const auto& entry : *entries) {
     if (allowance == 0) {
@@ -556,9 +560,10 @@ SpaceTreeBuilder::SpaceTreeBuilder() : options_() {}
 SpaceTreeBuilder::Result SpaceTreeBuilder::build(const std::string& home, StartedHandler onStarted,
                                                  RootEntryHandler onRootEntry,
                                                  ActivityHandler onActivity,
-                                                 const SpaceReuseOracle* reuse) const {
+                                                 const SpaceReuseOracle* reuse,
+                                                 const std::atomic<bool>* stop) const {
   SpaceWalker walker(home, options_, std::move(onStarted), std::move(onRootEntry),
-                     std::move(onActivity), reuse);
+                     std::move(onActivity), reuse, stop);
   return walker.run();
 }
 

@@ -27,7 +27,8 @@ class SpaceWalker {
   SpaceWalker(std::string home, SpaceTreeBuilder::Options options,
               SpaceTreeBuilder::StartedHandler onStarted,
               SpaceTreeBuilder::RootEntryHandler onRootEntry,
-              SpaceTreeBuilder::ActivityHandler onActivity, const SpaceReuseOracle* reuse);
+              SpaceTreeBuilder::ActivityHandler onActivity, const SpaceReuseOracle* reuse,
+              const std::atomic<bool>* stop);
   ~SpaceWalker();
 
   SpaceWalker(const SpaceWalker&) = delete;
@@ -90,6 +91,7 @@ class SpaceWalker {
   const SpaceTreeBuilder::RootEntryHandler onRootEntry_;
   const SpaceTreeBuilder::ActivityHandler onActivity_;
   const SpaceReuseOracle* const reuse_;
+  const std::atomic<bool>* const stop_;
 
   LargeFileHeap largeFiles_;
   EntryBudget budget_;
