@@ -70,6 +70,39 @@ limit_bytes=$(sed -n 's/.* bytes=\([0-9]*\).*/\1/p' "$bench_dir/limitwalk.out")
 space_bytes=$(tail -1 "$bench_dir/space.out" | python3 -c 'import json,sys; print(json.load(sys.stdin)["report"]["root"]["bytes"])')
 du -skP -- "$tree" >/dev/null
 
+# One folder of half a million entries: the scan must take it whole.
+wide=$bench_dir/wide-500k
+if [ ! -f "$wide.done" ]; then
+  echo "Building $wide once..." >&2
+  rm -rf "$wide"
+  python3 - "$wide/huge" <<'PY'
+import os, sys
+os.makedirs(sys.argv[1])
+fd = os.open(sys.argv[1], os.O_RDONLY | os.O_DIRECTORY)
+for i in range(500000):
+    f = os.open("entry-%06d" % i, os.O_CREAT | os.O_WRONLY, 0o600, dir_fd=fd)
+    if i % 1000 == 0:
+        os.write(f, b"data")
+    os.close(f)
+PY
+  touch "$wide.done"
+fi
+if [ "${space[0]}" = env ]; then
+  wide_scan=(env HOME="$wide" "${space[@]:2}")
+else
+  wide_scan=("${space[0]}" "$wide")
+fi
+wide_seconds=$( { /usr/bin/time -f "%e" "${wide_scan[@]}" >"$bench_dir/wide.out"; } 2>&1 | tail -1)
+wide_find=$(find "$wide" -type f -printf '%b\n' | awk '{s += $1} END {print s * 512}')
+python3 - "$bench_dir/wide.out" "$wide_find" "$wide_seconds" <<'PY'
+import json, sys
+report = json.loads(open(sys.argv[1]).read().splitlines()[-1])["report"]
+huge = report["root"]["children"][0]
+ok = huge["itemCount"] == 500000 and not huge["isPartial"] and huge["bytes"] == int(sys.argv[2])
+print(f"one folder of 500000 entries: {huge['itemCount']} items, {huge['bytes']} bytes (find: {sys.argv[2]}), "
+      f"{float(sys.argv[3]):.2f} s: {'ok' if ok else 'WRONG'}", file=sys.stderr)
+PY
+
 for ((round = 1; round <= rounds; round++)); do
   measure limitwalk "$limitwalk" -t "$threads" "$tree"
   measure space "${space[@]}"
