@@ -28,7 +28,7 @@ class ChildTimeout {
       : thread_([this, child, timeout] {
           std::unique_lock guard(lock_);
           if (!wake_.wait_for(guard, timeout, [this] { return cancelled_; }))
-            ::kill(child, SIGKILL);
+            ::kill(child, SIGTERM);
         }) {}
   ~ChildTimeout() {
     {
