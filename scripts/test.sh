@@ -1,23 +1,30 @@
 #!/usr/bin/env bash
 # Every test of Brisko from a fresh clone: install, then build and run the
-# whole suite twice, plainly and under AddressSanitizer with
-# UndefinedBehaviorSanitizer. Exits non-zero on any failure.
+# whole suite plainly and under AddressSanitizer with UndefinedBehaviorSanitizer,
+# and the concurrent walkers' tests under ThreadSanitizer. Exits non-zero on
+# any failure.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-packages.sh"
+
+# The tests whose code runs on several threads at once.
+concurrent_tests='Walker|ConcurrentScan|SpaceTree|SpaceStream|ScanStream'
 
 status=0
 "$root/scripts/check-format.sh" || status=1
 
 run_suite() {
-  local build_dir=$1 sanitize=$2
+  local build_dir=$1 sanitize=$2 only=${3:-}
   echo "== build ${build_dir#$root/} ${sanitize:+(sanitizers: $sanitize)}"
   "$root/scripts/build.sh" "$build_dir" "$sanitize"
   echo "== test ${build_dir#$root/}"
-  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    ctest --test-dir "$build_dir" --output-on-failure -j "$(nproc)" --timeout 600
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    ctest --test-dir "$build_dir" --output-on-failure -j "$(nproc)" --timeout 900 ${only:+-R "$only"}
 }
 
 run_suite "$root/build/release" "" || status=1
 run_suite "$root/build/asan" "address,undefined" || status=1
+run_suite "$root/build/tsan" "thread" "$concurrent_tests" || status=1
 exit $status

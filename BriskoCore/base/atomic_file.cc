@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "base/path_components.h"
 #include "base/uuid.h"
 
 namespace brisko {
@@ -15,13 +16,6 @@ namespace {
 
 [[noreturn]] void throwErrno(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
-}
-
-std::string parentOf(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
 }
 
 }  // namespace
@@ -62,7 +56,7 @@ void writeFileAtomically(const std::string& path, std::string_view contents, mod
     throwErrno("Cannot replace " + path);
   }
   // The rename is durable only once the folder's entry is on disk.
-  const int folder = ::open(parentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int folder = ::open(parentPath(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder >= 0) {
     ::fsync(folder);
     ::close(folder);

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "base/date.h"
+#include "base/path_components.h"
 #include "base/utf8.h"
 #include "base/uuid.h"
 
@@ -70,6 +71,19 @@ TEST(Utf8, RepairReplacesOnlyTheBrokenBytes) {
             "b");
   EXPECT_EQ(repairedUtf8("\xE2\x84"), "\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_TRUE(isValidUtf8(repairedUtf8("\xC0\xAF\xED\xA0\x80zz\xF4\x90")));
+}
+
+TEST(PathComponents, SplitAbsolutePaths) {
+  EXPECT_EQ(lastPathComponent("/a/b/c"), "c");
+  EXPECT_EQ(lastPathComponent("name"), "name");
+  EXPECT_EQ(parentPath("/a/b/c"), "/a/b");
+  EXPECT_EQ(parentPath("/a"), "/");
+  EXPECT_EQ(lowercasedPathExtension("/d/App.DMG"), "dmg");
+  EXPECT_EQ(lowercasedPathExtension("/d/archive.tar.GZ"), "gz");
+  EXPECT_EQ(lowercasedPathExtension("/d/.profile"), "");
+  EXPECT_EQ(lowercasedPathExtension("/d/trailing."), "");
+  EXPECT_EQ(lowercasedPathExtension("/d.x/none"), "");
+  EXPECT_EQ(lowercasedPathExtension("/d/\xC3\x89T\xC3\x89.\xC3\x89XE"), "\xC3\xA9xe");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/path_components.h"
 #include "base/standardized_path.h"
 #include "cleanup/cleanup_planning_error.h"
 #include "cleanup/file_identity.h"
@@ -19,11 +20,6 @@ namespace brisko {
 namespace {
 
 namespace runtime = CleanupRuleRuntime;
-
-std::string lastComponent(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 CleanupPlanSkip skip(CleanupPlanSkipReason reason, const std::string& path, std::string message) {
   return {std::string(enumName(reason)) + ":" + path, path, reason, std::move(message)};
@@ -120,7 +116,7 @@ CleanupPlan CleanupPlanBuilder::makePlan(const CreateCleanupPlanRequest& request
       item.id = selection.findingID + ":" + std::to_string(identity->deviceID) + ":" +
                 std::to_string(identity->fileID);
       item.findingID = selection.findingID;
-      item.title = lastComponent(path);
+      item.title = lastPathComponent(path);
       item.path = path;
       item.estimatedBytes = measuredBytes(path);
       item.identity = *identity;

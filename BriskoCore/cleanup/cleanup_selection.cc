@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/path_components.h"
 #include "base/standardized_path.h"
-#include "base/unicode_text.h"
 #include "rules/cleanup_rule_catalog.h"
 #include "rules/cleanup_rule_runtime.h"
 #include "rules/directory_listing.h"
@@ -19,24 +19,6 @@ namespace brisko {
 namespace {
 
 namespace runtime = CleanupRuleRuntime;
-
-std::string lastComponent(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string parentOf(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  if (slash == std::string::npos || slash == 0) return "/";
-  return path.substr(0, slash);
-}
-
-std::string lowercasedExtension(const std::string& path) {
-  const std::string name = lastComponent(path);
-  const auto dot = name.find_last_of('.');
-  if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) return "";
-  return lowercasedText(name.substr(dot + 1));
-}
 
 bool isUnder(const std::string& path, const std::string& root) {
   const std::string normalRoot = normalizedPolicyPath(root);
@@ -101,9 +83,9 @@ std::vector<CleanupSelection> buildCleanupSelections(const std::string& home) {
 }
 
 bool isStaleShellLink(const std::string& path) {
-  if (lastComponent(parentOf(path)) != "fnm_multishells") return false;
+  if (lastPathComponent(parentPath(path)) != "fnm_multishells") return false;
   if (!isSymbolicLink(path)) return false;
-  const std::string name = lastComponent(path);
+  const std::string name = lastPathComponent(path);
   const auto underscore = name.find_last_of('_');
   if (underscore == std::string::npos) return false;
   const std::string digits = name.substr(underscore + 1);
@@ -140,7 +122,7 @@ bool selectionAccepts(const CleanupSelection& selection, const std::string& rawP
     case RuleTargetMode::Case::filesWithExtensions:
       return runtime::isDirectChild(path, root) &&
              selection.mode.as<RuleTargetMode::FilesWithExtensions>()->extensions.contains(
-                 lowercasedExtension(path));
+                 lowercasedPathExtension(path));
     case RuleTargetMode::Case::keepNewestVersions:
     case RuleTargetMode::Case::keepActiveAndNewer:
       return runtime::isDirectChild(path, root);
@@ -150,14 +132,14 @@ bool selectionAccepts(const CleanupSelection& selection, const std::string& rawP
     case RuleTargetMode::Case::orphanedBundles:
       return runtime::isDirectChild(path, root) &&
              OrphanDetection::bundleID(
-                 lastComponent(path),
+                 lastPathComponent(path),
                  selection.mode.as<RuleTargetMode::OrphanedBundles>()->resource)
                  .has_value();
     case RuleTargetMode::Case::topLevel: {
       if (runtime::isDirectChild(path, root)) return true;
-      const std::string parent = parentOf(path);
-      return lastComponent(parent) == "fnm_multishells" && runtime::isDirectChild(parent, root) &&
-             isStaleShellLink(path);
+      const std::string parent = parentPath(path);
+      return lastPathComponent(parent) == "fnm_multishells" &&
+             runtime::isDirectChild(parent, root) && isStaleShellLink(path);
     }
   }
   return false;

@@ -3,8 +3,8 @@
 #include <ftw.h>
 #include <sys/stat.h>
 
+#include "base/path_components.h"
 #include "base/standardized_path.h"
-#include "base/unicode_text.h"
 #include "rules/cleanup_rule_runtime.h"
 #include "rules/directory_listing.h"
 #include "rules/orphan_detection.h"
@@ -38,12 +38,6 @@ struct Listing {
     if (picked(path)) add(path);
   }
 };
-
-std::string extensionOf(const std::string& name) {
-  const auto dot = name.find_last_of('.');
-  if (dot == std::string::npos || dot == 0 || dot + 1 == name.size()) return "";
-  return lowercasedText(name.substr(dot + 1));
-}
 
 std::vector<rules_internal::ListedEntry> children(const std::string& folder, bool skipHidden) {
   auto entries = rules_internal::listDirectory(folder, skipHidden);
@@ -134,7 +128,7 @@ std::vector<std::string> planCandidates(const CleanupSelection& selection, const
       const auto& extensions = mode.as<Mode::FilesWithExtensions>()->extensions;
       // Hidden files are left out, as the scan never showed them.
       for (const auto& entry : children(root, /*skipHidden=*/true)) {
-        if (extensions.contains(extensionOf(entry.name))) listing.addPicked(entry.path);
+        if (extensions.contains(lowercasedPathExtension(entry.name))) listing.addPicked(entry.path);
       }
       break;
     }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "base/path_components.h"
 #include "base/utf8.h"
 
 namespace brisko {
@@ -48,11 +49,6 @@ std::optional<std::string> firstCommandWord(const std::string& folder) {
   return std::string(word);
 }
 
-std::string lastComponent(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 RunningProcesses ProcessInventory::snapshot() {
@@ -77,7 +73,7 @@ RunningProcesses ProcessInventory::snapshot(const std::string& procRoot) {
     if (!path) continue;
     RunningProcess process;
     process.path = repairedUtf8(*path);
-    process.name = lastComponent(process.path);
+    process.name = lastPathComponent(process.path);
     processes.push_back(std::move(process));
   }
   return processes;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/unicode_text.h"
+#include "platform/home_directory.h"
 #include "platform/symlink_resolution.h"
 #include "safety/protected_tables.h"
 #include "safety/whitelist_store.h"
@@ -194,6 +195,12 @@ PathSafetyPolicy::PathSafetyPolicy(std::string_view homeDirectory,
   preferencePrefixes_ = rootsOf(protected_tables::kPreferencePrefixSuffixes);
   appDataRoots_ = rootsOf(protected_tables::kAppDataRootSuffixes);
   orbstackRoot_ = base + "/.orbstack";
+  // Brisko's own data folder is protected wherever $XDG_DATA_HOME puts it;
+  // its default place is already a protected user root.
+  std::string dataDirectory =
+      lowercasedText(normalizedPolicyPath(briskoDataDirectory(homeDirectory_)));
+  if (dataDirectory != base + "/.local/share/brisko")
+    movedDataDirectory_ = std::move(dataDirectory);
 }
 
 PathSafetyPolicy PathSafetyPolicy::loadingWhitelistFor(std::string_view homeDirectory) {
@@ -247,6 +254,7 @@ std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_v
     }
   }
   if (belowHome && isWithinAnyHomeRoot(protectedUserRoots_)) return kProtected;
+  if (!movedDataDirectory_.empty() && isWithin(lower, movedDataDirectory_)) return kProtected;
   for (const std::string_view root : protected_tables::kAudioAndImagingRoots) {
     if (isWithin(lower, root)) return kProtected;
   }
@@ -312,6 +320,11 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
   const std::string lowerResolved = lowercasedText(resolved);
   if (isCriticalSystemPath(lowerResolved) || protectionReason(lowerResolved)) {
     return PathSafetyVerdict::protected_(PathSafetyReason::symbolicLinkRedirect);
+  }
+  // A link into a kept place keeps it too: the user's whitelist names places,
+  // not spellings.
+  if (const std::string* pattern = whitelistMatch(resolved)) {
+    return PathSafetyVerdict::whitelisted(*pattern);
   }
   return PathSafetyVerdict::allowed();
 }

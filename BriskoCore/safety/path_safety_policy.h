@@ -23,7 +23,7 @@ namespace brisko {
 enum class PathSafetyReason : uint8_t {
   emptyPath,
   relativePath,
-  pathTraversal,
+  pathTraversal,     // a ".." piece, and also a "." piece
   controlCharacter,  // also bytes that are not UTF-8
   criticalSystemPath,
   protectedUserData,
@@ -115,7 +115,8 @@ class PathSafetyPolicy {
   // The gate. Never throws on any input and never touches the disk when
   // `resolvingSymlinks` is false. With true, links in the existing part of the
   // path are followed (a missing tail is kept as given) and the path is
-  // refused as `symbolicLinkRedirect` when the place it leads to would be.
+  // refused as `symbolicLinkRedirect` when the place it leads to is critical
+  // or protected, or reported `whitelisted` when that place is kept.
   PathSafetyVerdict evaluate(std::string_view path, bool resolvingSymlinks) const;
 
   // Linux's and the system's own places, every home folder (/home/NAME,
@@ -135,12 +136,11 @@ class PathSafetyPolicy {
   const std::string& lowerHome() const { return lowerHome_; }
 
   // The pattern of the first whitelist matcher that covers `normalPath`
-  // (compared case-sensitively), or none. Ancestors of a pattern count too.
+  // (compared case-sensitively), or none; it lives as long as the policy.
+  // Ancestors of a pattern count too.
   const std::string* whitelistMatch(std::string_view normalPath) const;
 
  private:
-  bool isWithinHomeTable(std::string_view lower, const std::vector<std::string>& roots) const;
-
   std::string homeDirectory_;
   std::vector<std::string> whitelistPatterns_;
   std::string lowerHome_;
@@ -150,6 +150,9 @@ class PathSafetyPolicy {
   std::vector<std::string> preferencePrefixes_;
   std::string orbstackRoot_;
   std::vector<std::string> appDataRoots_;
+  // Brisko's data folder, lower-cased, when $XDG_DATA_HOME moves it out of
+  // <home>/.local/share; else empty.
+  std::string movedDataDirectory_;
 };
 
 }  // namespace brisko

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "safety/whitelist_store.h"
@@ -215,6 +216,23 @@ TEST(PathSafetyPolicyProtected, CatchesProtectedUserData) {
   }
 }
 
+TEST(PathSafetyPolicyProtected, BriskosOwnDataFolderWhereverItLies) {
+  const char* saved = std::getenv("XDG_DATA_HOME");
+  const std::string previous = saved == nullptr ? "" : saved;
+  ::setenv("XDG_DATA_HOME", "/data/Shared/xdg", 1);
+  const PathSafetyPolicy moved(kHome, {});
+  if (saved == nullptr) {
+    ::unsetenv("XDG_DATA_HOME");
+  } else {
+    ::setenv("XDG_DATA_HOME", previous.c_str(), 1);
+  }
+  EXPECT_EQ(check(moved, "/data/shared/XDG/brisko/Plans/x.json"),
+            Verdict::protected_(Reason::protectedUserData));
+  EXPECT_EQ(check(moved, "/home/vimo/.local/share/brisko"),
+            Verdict::protected_(Reason::protectedUserData));
+  EXPECT_EQ(check(moved, "/data/Shared/xdg/other"), Verdict::allowed());
+}
+
 TEST(PathSafetyPolicyProtected, EndpointSecurityOnlyInTheTemporaryArea) {
   const PathSafetyPolicy policy(kHome, {});
   EXPECT_EQ(check(policy, "/var/folders/ab/cd/T/com.crowdstrike.falcon/x"),
@@ -325,6 +343,36 @@ TEST_F(PathSafetyPolicyLinks, ResolvesThroughTheNearestExistingAncestor) {
             Verdict::protected_(Reason::symbolicLinkRedirect));
   folder.makeSymlink("home/Documents/loop", home + "/Documents/loop");
   EXPECT_EQ(policy.evaluate(home + "/Documents/loop/x", true), Verdict::allowed());
+}
+
+// A scan shares one policy between its walkers, and the first evaluations
+// of a process build the process-wide tables; under the thread sanitizer
+// this shows that both are safe.
+TEST(PathSafetyPolicyConcurrency, WalkersShareOnePolicy) {
+  const PathSafetyPolicy policy(kHome, WhitelistStore::defaultPatterns(kHome));
+  const std::vector<std::string> paths = {"/home/vimo/Library/Caches/com.docker.docker",
+                                          "/home/vimo/Projects/x/node_modules",
+                                          "/home/vimo/.gradle/caches/x", "/etc/passwd",
+                                          "/home/vimo/Library/Application Support/Claude"};
+  std::vector<std::vector<Verdict>> seen(4);
+  std::vector<std::thread> walkers;
+  for (size_t t = 0; t < seen.size(); ++t) {
+    walkers.emplace_back([&, t] {
+      for (int round = 0; round < 200; ++round) {
+        for (const std::string& path : paths)
+          seen[t].push_back(policy.evaluate(path, false));
+      }
+    });
+  }
+  for (auto& walker : walkers)
+    walker.join();
+  for (const auto& verdicts : seen)
+    EXPECT_EQ(verdicts, seen.front());
+  EXPECT_EQ(seen.front()[0], Verdict::protected_(Reason::protectedUserData));
+  EXPECT_EQ(seen.front()[1], Verdict::allowed());
+  EXPECT_EQ(seen.front()[2], Verdict::whitelisted("/home/vimo/.gradle/caches/*"));
+  EXPECT_EQ(seen.front()[3], Verdict::protected_(Reason::criticalSystemPath));
+  EXPECT_EQ(seen.front()[4], Verdict::protected_(Reason::protectedUserData));
 }
 
 TEST(PathSafetyPolicyLoading, TellsNoFileFromAnEmptyOne) {
