@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "base/path_components.h"
 #include "protocol/engine_text.h"
 
 namespace brisko {
@@ -36,9 +37,8 @@ std::string SpaceNaming::namingLanguage() {
 }
 
 std::string SpaceNaming::displayName(std::string_view path, std::string_view fallback) {
-  const size_t slash = path.rfind('/');
-  const std::string_view last = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  return std::string(last.empty() ? fallback : last);
+  std::string last = lastPathComponent(path);
+  return last.empty() ? std::string(fallback) : last;
 }
 
 std::string SpaceNaming::moreItemsName(std::int64_t count) {

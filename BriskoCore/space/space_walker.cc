@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "base/path_components.h"
 #include "base/utf8.h"
 #include "platform/bulk_directory_lister.h"
 #include "space/space_folding.h"
@@ -26,11 +27,6 @@ std::string shownText(const std::string& raw) {
 std::string joinPath(const std::string& directory, const std::string& name) {
   if (!directory.empty() && directory.back() == '/') return directory + name;
   return directory + "/" + name;
-}
-
-std::string leafName(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 int weightOf(const std::string& name, bool isHidden) {
@@ -283,7 +279,7 @@ void SpaceWalker::workerLoop() {
 }
 
 void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
-  const std::string parentName = leafName(box->path);
+  const std::string parentName = lastPathComponent(box->path);
   const bool stopped = stop_ != nullptr && stop_->load(std::memory_order_relaxed);
 
   BulkDirectoryLister::Result listing = std::vector<BulkDirectoryEntry>();
