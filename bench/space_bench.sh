@@ -121,6 +121,13 @@ peak = {n: max(int(r[4]) for r in rows if r[0] == n) for n in wall}
 for n in ("limitwalk", "space", "du"):
     print(f"{n:10s} median {wall[n]:7.2f} s   cpu {cpu[n]:6.2f} s ({cpu[n] / wall[n]:.2f} cores)   peak {peak[n] / 1024:6.1f} MB")
 print(f"space / limitwalk = {wall['space'] / wall['limitwalk']:.2f}   (target <= 1.25)")
+# The rounds run side by side, so the ratio within each round cancels most of
+# the drift of a shared machine's load.
+pairs = list(zip([float(r[1]) for r in rows if r[0] == "space"],
+                 [float(r[1]) for r in rows if r[0] == "limitwalk"]))
+print(f"  per-round ratios {' '.join(f'{a / b:.2f}' for a, b in pairs)}; "
+      f"median {statistics.median(a / b for a, b in pairs):.2f}")
+print(f"  cpu time ratio {cpu['space'] / cpu['limitwalk']:.2f}")
 print(f"du / limitwalk    = {wall['du'] / wall['limitwalk']:.2f}")
 print(f"space / du        = {wall['space'] / wall['du']:.2f}")
 print(f"space peak memory = {peak['space'] / 1024:.1f} MB   (target < 64)")
