@@ -80,22 +80,37 @@ BulkDirectoryLister::Failure BulkDirectoryLister::failureFromErrno(int errorNumb
 }
 
 BulkDirectoryLister::Result BulkDirectoryLister::list(const std::string& path) {
+  std::vector<BulkDirectoryEntry> entries;
+  size_t count = 0;
+  if (auto failure = listInto(path, entries, count)) return *failure;
+  entries.resize(count);
+  return entries;
+}
+
+std::optional<BulkDirectoryLister::Failure> BulkDirectoryLister::listInto(
+    const std::string& path, std::vector<BulkDirectoryEntry>& slots, size_t& count) {
+  count = 0;
   Descriptor dir(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0) return failureFromErrno(errno);
 
   char* buffer = threadBuffer();
-  std::vector<BulkDirectoryEntry> entries;
   for (;;) {
-    const long count = ::syscall(SYS_getdents64, dir.get(), buffer, kBufferSize);
-    if (count < 0) return failureFromErrno(errno);
-    if (count == 0) break;
-    for (long offset = 0; offset < count;) {
+    const long bytes = ::syscall(SYS_getdents64, dir.get(), buffer, kBufferSize);
+    if (bytes < 0) {
+      count = 0;
+      return failureFromErrno(errno);
+    }
+    if (bytes == 0) break;
+    for (long offset = 0; offset < bytes;) {
       const auto* record = reinterpret_cast<const struct dirent64*>(buffer + offset);
       offset += record->d_reclen;
       if (isDotOrDotDot(record->d_name)) continue;
 
-      BulkDirectoryEntry entry;
-      entry.name = record->d_name;
+      if (count == slots.size()) slots.emplace_back();
+      BulkDirectoryEntry& entry = slots[count];
+      entry.allocatedBytes = 0;
+      entry.modificationDate.reset();
+      entry.mayShareStorage = false;
       switch (record->d_type) {
         case DT_DIR:
           entry.kind = BulkDirectoryEntry::Kind::directory;
@@ -109,6 +124,7 @@ BulkDirectoryLister::Result BulkDirectoryLister::list(const std::string& path) {
           if (::statx(dir.get(), record->d_name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
                       STATX_TYPE | STATX_NLINK | STATX_BLOCKS | STATX_MTIME, &info) != 0) {
             if (errno == ENOENT) continue;  // removed since the directory was read
+            count = 0;
             return failureFromErrno(errno);
           }
           fillFromStat(entry, info.stx_mode, info.stx_blocks, info.stx_nlink,
@@ -119,10 +135,11 @@ BulkDirectoryLister::Result BulkDirectoryLister::list(const std::string& path) {
           entry.kind = BulkDirectoryEntry::Kind::other;
           break;
       }
-      entries.push_back(std::move(entry));
+      entry.name.assign(record->d_name);  // reuses the slot's storage
+      ++count;
     }
   }
-  return entries;
+  return std::nullopt;
 }
 
 BulkDirectoryLister::Result BulkDirectoryLister::listSlowly(const std::string& path) {

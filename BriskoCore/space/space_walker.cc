@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <span>
 
 #include "base/path_components.h"
 #include "base/utf8.h"
@@ -16,6 +17,9 @@
 
 namespace brisko {
 namespace {
+
+// Slots kept by a worker between folders; a huge folder's are given back.
+constexpr size_t kRetainedSlots = 65536;
 
 // Names and paths go into JSON, which must be UTF-8. A repaired text no
 // longer names anything on disk, which is what keeps such an entry from ever
@@ -282,25 +286,30 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
   const std::string parentName = lastPathComponent(box->path);
   const bool stopped = stop_ != nullptr && stop_->load(std::memory_order_relaxed);
 
-  BulkDirectoryLister::Result listing = std::vector<BulkDirectoryEntry>();
-  if (!stopped) {
-    listing = options_.usesBulkEnumeration ? BulkDirectoryLister::list(box->path)
-                                           : BulkDirectoryLister::listSlowly(box->path);
-  }
-  if (auto* failure = std::get_if<BulkDirectoryLister::Failure>(&listing);
-      failure != nullptr && failure->kind == BulkDirectoryLister::Failure::Kind::failed &&
-      options_.usesBulkEnumeration && !stopped) {
-    listing = BulkDirectoryLister::listSlowly(box->path);
-  }
+  // One set of slots per worker thread, reused for every folder it reads.
+  thread_local std::vector<BulkDirectoryEntry> slots;
+  size_t count = 0;
+  bool failed = false;
   bool denied = false;
-  static const std::vector<BulkDirectoryEntry> kNoEntries;
-  const std::vector<BulkDirectoryEntry>* entries = &kNoEntries;
-  if (auto* listed = std::get_if<std::vector<BulkDirectoryEntry>>(&listing)) {
-    entries = listed;
-  } else {
-    denied = std::get<BulkDirectoryLister::Failure>(listing).kind ==
-             BulkDirectoryLister::Failure::Kind::permissionDenied;
+  const auto noteFailure = [&](const BulkDirectoryLister::Failure& failure) {
+    failed = true;
+    denied = failure.kind == BulkDirectoryLister::Failure::Kind::permissionDenied;
+  };
+  if (!stopped && options_.usesBulkEnumeration) {
+    if (auto failure = BulkDirectoryLister::listInto(box->path, slots, count))
+      noteFailure(*failure);
   }
+  if (!stopped && (!options_.usesBulkEnumeration || (failed && !denied))) {
+    auto slow = BulkDirectoryLister::listSlowly(box->path);
+    if (auto* listed = std::get_if<std::vector<BulkDirectoryEntry>>(&slow)) {
+      failed = false;
+      count = listed->size();
+      slots = std::move(*listed);
+    } else {
+      noteFailure(std::get<BulkDirectoryLister::Failure>(slow));
+    }
+  }
+  const std::span<const BulkDirectoryEntry> entries(slots.data(), failed ? 0 : count);
 
   std::int64_t fileBytes = 0, fileCount = 0, sharedFileBytes = 0, tinyBytes = 0, tinyCount = 0;
   std::vector<SpaceNode> fileNodes;
@@ -308,7 +317,7 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
   std::vector<BoxPtr> newBoxes;
   bool cutShort = stopped;
 
-  for (const auto& entry : *entries) {
+  for (const auto& entry : entries) {
     if (allowance == 0) {
       allowance = budget_.take();
       if (allowance == 0) {
@@ -388,6 +397,10 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
   }
   if (foldedBytes >= 1) measuredBytes_ += foldedBytes;
 
+  if (slots.size() > kRetainedSlots) {
+    slots.clear();
+    slots.shrink_to_fit();
+  }
   push(std::move(newBoxes));
   complete(box);
   pulse();
