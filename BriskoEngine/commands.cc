@@ -1,5 +1,7 @@
 // The command table of the engine: one row per command word.
 
+#include <iostream>
+
 #include "base/version.h"
 #include "cleanup_commands.h"
 #include "engine_command.h"
@@ -8,6 +10,7 @@
 #include "protocol/engine_protocol.h"
 #include "protocol/engine_records.h"
 #include "rules/scan_stream_command.h"
+#include "space/space_stream_command.h"
 
 namespace brisko::engine {
 
@@ -32,6 +35,17 @@ void scanStream(CommandContext& context) {
       [&](const ScanEvent& event) { context.output.writeLine(event); }, &terminationFlag());
 }
 
+// The tree is written node by node rather than built as one JSON value: a
+// large home's tree would otherwise be held twice in memory.
+void spaceStream(CommandContext& context) {
+  SpaceStreamOptions options;
+  options.incremental = context.hasFlag("--incremental");
+  runSpaceStream(
+      context.homeDirectory(), options,
+      [&](const SpaceEvent& event) { context.output.writeRaw(encodeSpaceEvent(event) + "\n"); },
+      std::cerr);
+}
+
 }  // namespace
 
 const std::vector<EngineCommand>& engineCommands() {
@@ -41,6 +55,7 @@ const std::vector<EngineCommand>& engineCommands() {
       {"scan-stream", {"--exclude-installers"}, scanStream},
       {"create-plan", {}, createPlan},
       {"execute-plan", {}, executePlan},
+      {"space-stream", {"--incremental"}, spaceStream},
   };
   return commands;
 }

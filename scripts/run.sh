@@ -31,6 +31,10 @@ echo "..."
 echo
 "$demo" summarize <"$sample/events.jsonl"
 
+echo
+echo "== BriskoEngine space-stream (home folder: $sample/home)"
+"$root/scripts/show-space.sh" "$sample/home" "$root/build/release"
+
 # The clean road on the same sample home: plan what is recommended, run the
 # plan (every item is checked again at the moment of its deletion), and read
 # the receipt.

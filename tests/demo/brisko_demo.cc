@@ -6,6 +6,7 @@
 //   brisko-demo plan-request < scan events   (the recommended findings, as a request)
 //   brisko-demo describe-plan < plan         (the plan in words; the run's request on stdout)
 //   brisko-demo receipt < execute-plan events
+//   BriskoEngine space-stream | brisko-demo space-summary
 
 #include <algorithm>
 #include <cstdio>
@@ -21,6 +22,7 @@
 #include "protocol/plan_records.h"
 #include "protocol/receipt_records.h"
 #include "protocol/scan_records.h"
+#include "protocol/space_records.h"
 #include "testing/sample_home.h"
 
 namespace {
@@ -44,9 +46,14 @@ std::string rendered(const std::string& text) {
     size_t j = i + 1;
     while (j < key.size() && (std::isdigit(static_cast<unsigned char>(key[j])) || key[j] == '$'))
       ++j;
+    while (j < key.size() && (key[j] == 'l' || key[j] == 'q'))
+      ++j;  // %lld
     if (j < key.size() && (key[j] == '@' || key[j] == 'd')) {
       size_t index = next++;
-      if (j > i + 1 && key[j - 1] == '$') index = std::stoul(key.substr(i + 1, j - i - 2)) - 1;
+      const size_t dollar = key.find('$', i + 1);
+      if (dollar != std::string::npos && dollar < j) {
+        index = std::stoul(key.substr(i + 1, dollar - i - 1)) - 1;
+      }
       if (index < encoded->arguments.size()) result += encoded->arguments[index];
       i = j;
     } else {
@@ -218,6 +225,51 @@ int describeReceipt() {
   return 0;
 }
 
+// Where a home folder's space went, in words: the largest rows of the top
+// level and the large files.
+int spaceSummary() {
+  std::optional<brisko::SpaceReport> report;
+  std::string line;
+  while (std::getline(std::cin, line)) {
+    if (line.empty()) continue;
+    const auto event = brisko::decodeJson<brisko::SpaceEvent>(line);
+    if (event.report) report = event.report;
+  }
+  if (!report) {
+    std::cerr << "brisko-demo: the space scan ended without its report\n";
+    return 1;
+  }
+  const auto& root = report->root;
+  std::printf("The home folder %s holds %s in %lld files%s.\n", root.path.c_str(),
+              BriskoFormatting::bytes(root.bytes).c_str(), static_cast<long long>(root.itemCount),
+              root.isPartial ? " (not all of it could be read)" : "");
+  for (const auto& warning : report->warnings)
+    std::printf("Note: %s\n", rendered(warning).c_str());
+  std::printf("Largest at the top level:\n");
+  size_t shown = 0;
+  for (const auto& node : root.children) {
+    if (shown++ == 8) break;
+    const char* kind = node.kind == brisko::SpaceNodeKind::file          ? "file"
+                       : node.kind == brisko::SpaceNodeKind::folded      ? "folder, measured whole"
+                       : node.kind == brisko::SpaceNodeKind::hiddenGroup ? "hidden entries together"
+                       : node.kind == brisko::SpaceNodeKind::otherGroup  ? "small items together"
+                                                                         : "folder";
+    std::printf("  %10s  %s (%s%s%s)\n", BriskoFormatting::bytes(node.bytes).c_str(),
+                rendered(node.name).c_str(), kind, node.accessDenied ? ", not readable" : "",
+                node.sharedBytes > 0 ? ", partly shared with other names" : "");
+  }
+  if (report->largeFiles.empty())
+    std::printf("No large files.\n");
+  else
+    std::printf("Large files:\n");
+  shown = 0;
+  for (const auto& file : report->largeFiles) {
+    if (shown++ == 10) break;
+    std::printf("  %10s  %s\n", BriskoFormatting::bytes(file.bytes).c_str(), file.path.c_str());
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -231,8 +283,9 @@ int main(int argc, char** argv) {
     if (command == "plan-request" && argc == 2) return planRequest();
     if (command == "describe-plan" && argc == 2) return describePlan();
     if (command == "receipt" && argc == 2) return describeReceipt();
+    if (command == "space-summary" && argc == 2) return spaceSummary();
     std::cerr << "usage: brisko-demo sample-home DIR [SCALE] | summarize | plan-request | "
-                 "describe-plan | receipt\n";
+                 "describe-plan | receipt | space-summary\n";
     return 64;
   } catch (const std::exception& error) {
     std::cerr << "brisko-demo: " << error.what() << '\n';

@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# Times the space scan against the machine's limit and against du, on a
+# home-like tree of 1.5 million entries, warm cache, in the same run.
+#
+#   bench/space_bench.sh [build-dir]        (default: build/release)
+#
+# Environment: BENCH_DIR (default ${TMPDIR:-/tmp}/brisko-space-bench) holds the
+# tree, built once and kept; ROUNDS (default 5); THREADS for limitwalk
+# (default 2). Prints the medians, the ratios and the scan's peak memory.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build/release}
+bench_dir=${BENCH_DIR:-${TMPDIR:-/tmp}/brisko-space-bench}
+rounds=${ROUNDS:-5}
+threads=${THREADS:-2}
+tools=${BRISKO_TOOLS:-$root/../../shared/tools}
+[ -f "$tools/mktree.py" ] || tools=/work/shared/tools
+
+files=1330100
+dirs=150000
+tree=$bench_dir/tree-1.5m
+mkdir -p "$bench_dir"
+
+if [ ! -f "$tree.manifest.json" ]; then
+  echo "Building the tree once under $tree (a few minutes)..." >&2
+  python3 "$tools/mktree.py" --out "$tree" --files "$files" --dirs "$dirs" --seed 1 --force >/dev/null
+fi
+entries=$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["entries_including_root"])' "$tree.manifest.json")
+
+limitwalk=$bench_dir/limitwalk
+if [ ! -x "$limitwalk" ] || [ "$tools/limitwalk.c" -nt "$limitwalk" ]; then
+  cc -O2 -pthread -o "$limitwalk" "$tools/limitwalk.c"
+fi
+
+# The cache must not land inside the tree it measures.
+export XDG_DATA_HOME=$bench_dir/data
+mkdir -p "$XDG_DATA_HOME"
+
+# The engine's space-stream if it has one, else the same library call through
+# the bench driver.
+engine=$build/BriskoEngine/BriskoEngine
+probe_home=$(mktemp -d)
+if [ -x "$engine" ] && HOME=$probe_home "$engine" space-stream 2>/dev/null | grep -q '"kind":"completed"'; then
+  space=(env HOME="$tree" "$engine" space-stream)
+  space_name="BriskoEngine space-stream"
+else
+  space=("$build/bench/space_stream_bench" "$tree")
+  space_name="space_stream_bench (the engine has no space-stream yet)"
+fi
+rmdir "$probe_home"
+
+results=$(mktemp)
+trap 'rm -f "$results" "$bench_dir"/*.out "$bench_dir"/*.time' EXIT
+
+# measure NAME COMMAND...: appends "NAME wall user sys peak-kB" to the results.
+measure() {
+  local name=$1
+  shift
+  /usr/bin/time -o "$bench_dir/$name.time" -f "%e %U %S %M" "$@" >"$bench_dir/$name.out" 2>/dev/null ||
+    true
+  echo "$name $(tail -1 "$bench_dir/$name.time")" >>"$results"
+}
+
+echo "Tree: $tree ($entries entries); $rounds rounds, warm cache; scan: $space_name" >&2
+# Warm the cache and check that both walks see the same bytes.
+"$limitwalk" -t "$threads" "$tree" >"$bench_dir/limitwalk.out" || true
+"${space[@]}" >"$bench_dir/space.out"
+limit_bytes=$(sed -n 's/.* bytes=\([0-9]*\).*/\1/p' "$bench_dir/limitwalk.out")
+space_bytes=$(tail -1 "$bench_dir/space.out" | python3 -c 'import json,sys; print(json.load(sys.stdin)["report"]["root"]["bytes"])')
+du -skP -- "$tree" >/dev/null
+
+# One folder of half a million entries: the scan must take it whole.
+wide=$bench_dir/wide-500k
+if [ ! -f "$wide.done" ]; then
+  echo "Building $wide once..." >&2
+  rm -rf "$wide"
+  python3 - "$wide/huge" <<'PY'
+import os, sys
+os.makedirs(sys.argv[1])
+fd = os.open(sys.argv[1], os.O_RDONLY | os.O_DIRECTORY)
+for i in range(500000):
+    f = os.open("entry-%06d" % i, os.O_CREAT | os.O_WRONLY, 0o600, dir_fd=fd)
+    if i % 1000 == 0:
+        os.write(f, b"data")
+    os.close(f)
+PY
+  touch "$wide.done"
+fi
+if [ "${space[0]}" = env ]; then
+  wide_scan=(env HOME="$wide" "${space[@]:2}")
+else
+  wide_scan=("${space[0]}" "$wide")
+fi
+wide_seconds=$( { /usr/bin/time -f "%e" "${wide_scan[@]}" >"$bench_dir/wide.out"; } 2>&1 | tail -1)
+wide_find=$(find "$wide" -type f -printf '%b\n' | awk '{s += $1} END {print s * 512}')
+python3 - "$bench_dir/wide.out" "$wide_find" "$wide_seconds" <<'PY'
+import json, sys
+report = json.loads(open(sys.argv[1]).read().splitlines()[-1])["report"]
+huge = report["root"]["children"][0]
+ok = huge["itemCount"] == 500000 and not huge["isPartial"] and huge["bytes"] == int(sys.argv[2])
+print(f"one folder of 500000 entries: {huge['itemCount']} items, {huge['bytes']} bytes (find: {sys.argv[2]}), "
+      f"{float(sys.argv[3]):.2f} s: {'ok' if ok else 'WRONG'}", file=sys.stderr)
+PY
+
+for ((round = 1; round <= rounds; round++)); do
+  measure limitwalk "$limitwalk" -t "$threads" "$tree"
+  measure space "${space[@]}"
+  measure du du -skP -- "$tree"
+  echo "  round $round done" >&2
+done
+
+python3 - "$results" "$limit_bytes" "$space_bytes" <<'PY'
+import statistics, sys
+rows = [line.split() for line in open(sys.argv[1]) if line.strip()]
+def med(name, column):
+    return statistics.median(float(r[column]) for r in rows if r[0] == name)
+wall = {n: med(n, 1) for n in ("limitwalk", "space", "du")}
+cpu = {n: med(n, 2) + med(n, 3) for n in wall}
+peak = {n: max(int(r[4]) for r in rows if r[0] == n) for n in wall}
+for n in ("limitwalk", "space", "du"):
+    print(f"{n:10s} median {wall[n]:7.2f} s   cpu {cpu[n]:6.2f} s ({cpu[n] / wall[n]:.2f} cores)   peak {peak[n] / 1024:6.1f} MB")
+print(f"space / limitwalk = {wall['space'] / wall['limitwalk']:.2f}   (target <= 1.25)")
+# The rounds run side by side, so the ratio within each round cancels most of
+# the drift of a shared machine's load.
+pairs = list(zip([float(r[1]) for r in rows if r[0] == "space"],
+                 [float(r[1]) for r in rows if r[0] == "limitwalk"]))
+print(f"  per-round ratios {' '.join(f'{a / b:.2f}' for a, b in pairs)}; "
+      f"median {statistics.median(a / b for a, b in pairs):.2f}")
+print(f"  cpu time ratio {cpu['space'] / cpu['limitwalk']:.2f}")
+print(f"du / limitwalk    = {wall['du'] / wall['limitwalk']:.2f}")
+print(f"space / du        = {wall['space'] / wall['du']:.2f}")
+print(f"space peak memory = {peak['space'] / 1024:.1f} MB   (target < 64)")
+same = sys.argv[2] == sys.argv[3]
+print(f"bytes: space {sys.argv[3]}, limitwalk {sys.argv[2]}: {'equal' if same else 'DIFFERENT'}")
+PY
