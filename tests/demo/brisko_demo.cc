@@ -19,6 +19,7 @@
 #include "protocol/brisko_formatting.h"
 #include "protocol/engine_text.h"
 #include "protocol/guard_warning_text.h"
+#include "protocol/line_framer.h"
 #include "protocol/plan_records.h"
 #include "protocol/receipt_records.h"
 #include "protocol/scan_records.h"
@@ -118,25 +119,27 @@ std::string standardInput() {
   return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
 }
 
-std::optional<brisko::ScanReport> reportOf(const std::string& events) {
-  std::optional<brisko::ScanReport> report;
-  size_t start = 0;
-  while (start < events.size()) {
-    size_t end = events.find('\n', start);
-    if (end == std::string::npos) end = events.size();
-    const std::string line = events.substr(start, end - start);
-    start = end + 1;
-    if (line.empty()) continue;
-    const auto event = brisko::decodeJson<brisko::ScanEvent>(line);
-    if (event.report) report = event.report;
-  }
-  return report;
+// The last payload in `field` of a stream's events, read with the engine
+// client's own framing.
+template <class Event, class Payload>
+std::optional<Payload> lastOf(std::optional<Payload> Event::*field) {
+  brisko::LineFramer framer;
+  framer.append(standardInput());
+  std::optional<Payload> last;
+  const auto take = [&](const std::string& line) {
+    auto event = brisko::decodeJson<Event>(line);
+    if (event.*field) last = std::move(event.*field);
+  };
+  while (auto line = framer.nextLine())
+    take(*line);
+  if (const std::string rest = framer.takeRemainder(); !rest.empty()) take(rest);
+  return last;
 }
 
 // What the application preselects: recommended findings that can be cleaned
 // and that no running application holds back.
 int planRequest() {
-  const auto report = reportOf(standardInput());
+  const auto report = lastOf(&brisko::ScanEvent::report);
   if (!report) {
     std::cerr << "brisko-demo: the scan ended without its report\n";
     return 1;
@@ -180,18 +183,7 @@ int describePlan() {
 }
 
 int describeReceipt() {
-  std::optional<brisko::CleanupReceipt> receipt;
-  const std::string events = standardInput();
-  size_t start = 0;
-  while (start < events.size()) {
-    size_t end = events.find('\n', start);
-    if (end == std::string::npos) end = events.size();
-    const std::string line = events.substr(start, end - start);
-    start = end + 1;
-    if (line.empty()) continue;
-    const auto event = brisko::decodeJson<brisko::CleanupEvent>(line);
-    if (event.receipt) receipt = event.receipt;
-  }
+  const auto receipt = lastOf(&brisko::CleanupEvent::receipt);
   if (!receipt) {
     std::cerr << "brisko-demo: the run ended without its receipt\n";
     return 1;
@@ -228,13 +220,7 @@ int describeReceipt() {
 // Where a home folder's space went, in words: the largest rows of the top
 // level and the large files.
 int spaceSummary() {
-  std::optional<brisko::SpaceReport> report;
-  std::string line;
-  while (std::getline(std::cin, line)) {
-    if (line.empty()) continue;
-    const auto event = brisko::decodeJson<brisko::SpaceEvent>(line);
-    if (event.report) report = event.report;
-  }
+  const auto report = lastOf(&brisko::SpaceEvent::report);
   if (!report) {
     std::cerr << "brisko-demo: the space scan ended without its report\n";
     return 1;
