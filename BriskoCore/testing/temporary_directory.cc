@@ -15,7 +15,13 @@ namespace {
 std::string baseFolder() {
   for (const char* variable : {"BRISKO_TEST_TMP", "TMPDIR"}) {
     const char* value = std::getenv(variable);
-    if (value != nullptr && value[0] == '/') return value;
+    if (value == nullptr || value[0] != '/') continue;
+    // The folder may not exist yet: judge the part of the way that does.
+    std::string existing = value;
+    while (!std::filesystem::exists(existing) && existing.size() > 1) {
+      existing = std::filesystem::path(existing).parent_path().string();
+    }
+    if (isReachableByOtherUsers(existing)) return value;
   }
   return "/tmp";
 }
@@ -64,6 +70,16 @@ std::string TemporaryDirectory::makeSymlink(std::string_view relative,
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   std::filesystem::create_symlink(target, path);
   return path;
+}
+
+bool isReachableByOtherUsers(const std::string& path) {
+  std::filesystem::path folder = std::filesystem::path(path);
+  while (true) {
+    struct stat info;
+    if (::stat(folder.c_str(), &info) != 0 || (info.st_mode & S_IXOTH) == 0) return false;
+    if (folder == folder.root_path() || folder.parent_path() == folder) return true;
+    folder = folder.parent_path();
+  }
 }
 
 void removeTree(const std::string& path) {

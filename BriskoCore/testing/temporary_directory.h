@@ -7,7 +7,8 @@ namespace brisko::testing {
 
 // A fresh folder for one test, removed with everything in it (links are
 // removed, never followed) when the object goes. Lives under
-// $BRISKO_TEST_TMP when set, else under $TMPDIR or /tmp.
+// $BRISKO_TEST_TMP when set, else under $TMPDIR or /tmp; a base that other
+// users can't reach is passed over, since permission tests run as one.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
@@ -27,6 +28,10 @@ class TemporaryDirectory {
  private:
   std::string path_;
 };
+
+// True when every folder on the way to `path` lets other users pass (o+x),
+// so that a test running as an ordinary user can reach what lies there.
+bool isReachableByOtherUsers(const std::string& path);
 
 // Removes a tree without following links; for test clean-up only.
 void removeTree(const std::string& path);
