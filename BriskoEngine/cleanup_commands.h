@@ -12,4 +12,9 @@ void createPlan(CommandContext& context);
 // receipt. The receipt is saved and the plan file removed after the run.
 void executePlan(CommandContext& context);
 
+// Before any command: settles what an engine killed in the middle of a
+// removal left behind (see RemovalJournal), with a line on standard error for
+// each file put back under another name. Nothing to do without a home folder.
+void settleInterruptedRemovals();
+
 }  // namespace brisko::engine

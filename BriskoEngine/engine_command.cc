@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <system_error>
 
+#include "base/message_text.h"
+#include "cleanup_commands.h"
 #include "platform/home_directory.h"
 
 namespace brisko::engine {
@@ -18,6 +22,11 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 64;     // the command line is wrong
 constexpr int kBadInput = 65;  // the request on standard input is wrong
+
+// Far above any real request (ten thousand IDs of long paths take a few
+// megabytes), and low enough that a runaway writer can't make the engine hold
+// its input many times over while parsing it.
+constexpr size_t kMaximumRequestBytes = 16 * 1024 * 1024;
 
 std::string commandNames() {
   std::string names;
@@ -34,8 +43,8 @@ const EngineCommand& commandFor(std::span<const std::string> args) {
   const auto found = std::find_if(commands.begin(), commands.end(),
                                   [&](const EngineCommand& c) { return c.name == args[0]; });
   if (found == commands.end()) {
-    throw UsageError("Unknown command \"" + args[0] + "\"; expected one of: " + commandNames() +
-                     ".");
+    throw UsageError("Unknown command " + quotedForMessage(args[0]) +
+                     "; expected one of: " + commandNames() + ".");
   }
   return *found;
 }
@@ -47,22 +56,21 @@ std::vector<std::string> checkedFlags(const EngineCommand& command,
     const bool known =
         std::find(command.flags.begin(), command.flags.end(), argument) != command.flags.end();
     if (!known) {
-      throw UsageError("Unknown argument \"" + argument + "\" for " + std::string(command.name) +
-                       ".");
+      throw UsageError("Unknown argument " + quotedForMessage(argument) + " for " +
+                       std::string(command.name) + ".");
     }
     if (std::find(flags.begin(), flags.end(), argument) != flags.end()) {
-      throw UsageError("Argument \"" + argument + "\" given twice.");
+      throw UsageError("Argument " + quotedForMessage(argument) + " given twice.");
     }
     flags.push_back(argument);
   }
   return flags;
 }
 
-// Error texts may carry anything; standard error gets exactly one line.
-std::string oneLine(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  std::replace(text.begin(), text.end(), '\r', ' ');
-  return text;
+// Error texts may carry anything; standard error gets exactly one line, and
+// a bounded one, since the client reads it only after standard output ends.
+std::string oneLine(std::string_view text) {
+  return oneLineMessage(text);
 }
 
 }  // namespace
@@ -86,7 +94,15 @@ std::string CommandContext::homeDirectory() const {
   if (!S_ISDIR(info.st_mode)) {
     throw std::runtime_error("The home folder " + *home + " is not a folder.");
   }
-  return *home;
+  // A home that is a link (or lies behind one) is resolved once here, so that
+  // the whole command works below the real folder: every path it finds and
+  // removes is then reached without passing a link.
+  std::unique_ptr<char, decltype(&::free)> resolved(::realpath(home->c_str(), nullptr), &::free);
+  if (!resolved) {
+    throw std::runtime_error("Cannot resolve the home folder " + *home + ": " +
+                             std::strerror(errno) + ".");
+  }
+  return resolved.get();
 }
 
 std::string CommandContext::readStandardInput() const {
@@ -100,6 +116,11 @@ std::string CommandContext::readStandardInput() const {
       throw std::system_error(errno, std::generic_category(), "Cannot read standard input");
     }
     input.append(buffer, static_cast<size_t>(got));
+    if (input.size() > kMaximumRequestBytes) {
+      throw DecodingError("", "the request is larger than " +
+                                  std::to_string(kMaximumRequestBytes / (1024 * 1024)) +
+                                  " MiB and was not parsed");
+    }
   }
   return input;
 }
@@ -109,6 +130,7 @@ int runEngine(std::span<const std::string> args) {
     const EngineCommand& command = commandFor(args);
     EngineOutput output;
     CommandContext context{checkedFlags(command, args), output};
+    settleInterruptedRemovals();
     command.run(context);
     return 0;
   } catch (const UsageError& error) {

@@ -25,7 +25,8 @@ struct CommandContext {
   bool hasFlag(std::string_view flag) const;
   // The home folder; throws when it is unknown or can't be read.
   std::string homeDirectory() const;
-  // All of standard input, for the commands that take a request.
+  // All of standard input, for the commands that take a request; more than
+  // a request can be throws DecodingError before anything is parsed.
   std::string readStandardInput() const;
 };
 

@@ -18,7 +18,7 @@ files=${BRISKO_BENCH_FILES:-520000}
 home=${BRISKO_BENCH_HOME:-/tmp/brisko-scan-bench-home-$files}
 limitwalk_source=${BRISKO_LIMITWALK_SOURCE:-$root/../shared/tools/limitwalk.c}
 [ -f "$limitwalk_source" ] || limitwalk_source=/work/shared/tools/limitwalk.c
-engine="$root/build/release/BriskoEngine/BriskoEngine"
+engine="$root/build/release/bin/BriskoEngine"
 work=$(mktemp -d "${TMPDIR:-/tmp}/brisko-scan-bench.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 

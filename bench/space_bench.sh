@@ -39,13 +39,13 @@ mkdir -p "$XDG_DATA_HOME"
 
 # The engine's space-stream if it has one, else the same library call through
 # the bench driver.
-engine=$build/BriskoEngine/BriskoEngine
+engine=$build/bin/BriskoEngine
 probe_home=$(mktemp -d)
 if [ -x "$engine" ] && HOME=$probe_home "$engine" space-stream 2>/dev/null | grep -q '"kind":"completed"'; then
   space=(env HOME="$tree" "$engine" space-stream)
   space_name="BriskoEngine space-stream"
 else
-  space=("$build/bench/space_stream_bench" "$tree")
+  space=("$build/bin/space_stream_bench" "$tree")
   space_name="space_stream_bench (the engine has no space-stream yet)"
 fi
 rmdir "$probe_home"

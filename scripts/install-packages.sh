@@ -7,7 +7,14 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libicu-dev
-  clang-format python3 util-linux coreutils findutils time
+  libglib2.0-dev libplist-dev libplist-utils flatpak
+  clang-format python3 util-linux coreutils findutils time strace
+  # Moving into the Trash is GIO's; the Trash tests read it back through the
+  # real gio tool and gvfs's trash backend on a session bus of their own, and
+  # use an ext4 image on a loop device.
+  libglib2.0-bin gvfs gvfs-daemons dbus-daemon e2fsprogs mount
+  # Real applications that the Linux rules' guards are tested against.
+  chromium
 )
 
 missing=()

@@ -6,7 +6,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-packages.sh"
 "$root/scripts/build.sh" "$root/build/release"
-engine="$root/build/release/BriskoEngine/BriskoEngine"
+engine="$root/build/release/bin/BriskoEngine"
 
 echo "== BriskoEngine capabilities"
 "$engine" capabilities
@@ -18,7 +18,7 @@ echo
 # A scan of a sample home folder: realistic caches, logs, developer and browser
 # data, installers, a protected folder, a whitelisted one and links into
 # protected places, built in a temporary folder and removed afterwards.
-demo="$root/build/release/tests/brisko-demo"
+demo="$root/build/release/bin/brisko-demo"
 sample=$(mktemp -d "${TMPDIR:-/tmp}/brisko-demo.XXXXXX")
 trap 'rm -rf "$sample"' EXIT
 "$demo" sample-home "$sample/home" 64

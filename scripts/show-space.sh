@@ -6,4 +6,4 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 home=${1:-$HOME}
 build=${2:-$root/build/release}
-HOME=$home "$build/BriskoEngine/BriskoEngine" space-stream | "$build/tests/brisko-demo" space-summary
+HOME=$home "$build/bin/BriskoEngine" space-stream | "$build/bin/brisko-demo" space-summary

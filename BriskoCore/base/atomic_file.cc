@@ -1,5 +1,6 @@
 #include "base/atomic_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,10 +19,39 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
+constexpr std::string_view kTemporaryInfix = ".tmp-";
+
+bool isTemporaryName(std::string_view name) {
+  const size_t infix = name.rfind(kTemporaryInfix);
+  if (infix == std::string_view::npos || infix == 0) return false;
+  return Uuid::parse(name.substr(infix + kTemporaryInfix.size())).has_value();
+}
+
 }  // namespace
 
+void sweepStaleTemporaryFiles(const std::string& folder, std::chrono::seconds age) {
+  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return;
+  DIR* listing = ::fdopendir(fd);
+  if (listing == nullptr) {
+    ::close(fd);
+    return;
+  }
+  const auto cutoff = std::chrono::system_clock::now() - age;
+  while (const dirent* entry = ::readdir(listing)) {
+    if (!isTemporaryName(entry->d_name)) continue;
+    struct stat info;
+    if (::fstatat(fd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) {
+      continue;
+    }
+    const auto modified = std::chrono::system_clock::from_time_t(info.st_mtim.tv_sec);
+    if (modified < cutoff) ::unlinkat(fd, entry->d_name, 0);
+  }
+  ::closedir(listing);
+}
+
 void writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode) {
-  const std::string temporary = path + ".tmp-" + Uuid::random().text();
+  const std::string temporary = path + std::string(kTemporaryInfix) + Uuid::random().text();
   const int fd =
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
   if (fd < 0) throwErrno("Cannot create " + temporary);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <sys/types.h>
+
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -12,6 +14,13 @@ namespace brisko {
 // target. The folder must exist. Throws std::system_error with the system's
 // words on failure, after removing the temporary file.
 void writeFileAtomically(const std::string& path, std::string_view contents, mode_t mode = 0600);
+
+// Removes the temporary files ("<name>.tmp-<UUID>") that writes killed before
+// their rename left in `folder`, when they are older than `age`: younger ones
+// may belong to a write that is still going on. Only regular files of that
+// exact form are touched; errors are ignored.
+void sweepStaleTemporaryFiles(const std::string& folder,
+                              std::chrono::seconds age = std::chrono::hours(1));
 
 // Creates the folder and any missing parents with `mode`, and gives an existing
 // final folder that mode too (our own support folders stay private even when

@@ -1,12 +1,16 @@
 #include "base/atomic_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "base/file_contents.h"
+#include "base/uuid.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -62,6 +66,50 @@ TEST(AtomicFile, AFailureLeavesTheOldFile) {
     ++entries;
   }
   EXPECT_EQ(entries, 1u) << "a temporary file was left behind";
+}
+
+TEST(AtomicFile, StaleTemporaryFilesOfKilledWritesAreSwept) {
+  TemporaryDirectory folder;
+  const std::string uuid = Uuid::random().text();
+  const auto ageBy = [](const std::string& path, time_t seconds) {
+    const timespec times[2] = {{::time(nullptr) - seconds, 0}, {::time(nullptr) - seconds, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+  };
+  const struct {
+    const char* name;
+    std::string path;
+    time_t age;
+    bool swept;
+  } rows[] = {
+      {"an old temporary file", folder.writeFile("plan.json.tmp-" + uuid, "x"), 7200, true},
+      {"a young one, maybe still written", folder.writeFile("cache.json.tmp-" + uuid, "x"), 60,
+       false},
+      {"a name that only looks alike", folder.writeFile("notes.tmp-draft", "x"), 7200, false},
+      {"a folder of that name", folder.makeDirectory("old.json.tmp-" + uuid), 7200, false},
+      {"a link of that name", folder.makeSymlink("link.json.tmp-" + uuid, "/etc/hostname"), 7200,
+       false},
+      {"the data file itself", folder.writeFile("plan.json", "x"), 7200, false},
+  };
+  for (const auto& row : rows)
+    ageBy(row.path, row.age);
+  sweepStaleTemporaryFiles(folder.path());
+  for (const auto& row : rows) {
+    EXPECT_EQ(std::filesystem::exists(std::filesystem::symlink_status(row.path)), !row.swept)
+        << row.name;
+  }
+}
+
+TEST(FileContents, OnlyARegularFileOfItsOwnIsRead) {
+  TemporaryDirectory folder;
+  const std::string file = folder.writeFile("data.json", "{}");
+  ASSERT_EQ(::mkfifo((folder / "fifo.json").c_str(), 0600), 0);
+  folder.makeSymlink("link.json", file);
+  EXPECT_EQ(readFileContents(file), "{}");
+  // A FIFO without a writer would hold a blocking reader for ever.
+  EXPECT_EQ(readFileContents(folder / "fifo.json"), std::nullopt);
+  EXPECT_EQ(readFileContents(folder / "link.json"), std::nullopt);
+  EXPECT_EQ(readFileContents(folder.path()), std::nullopt);
+  EXPECT_EQ(readFileContents(file, 1), std::nullopt);
 }
 
 TEST(PrivateDirectories, CreatesParentsAndTightensAnExistingFolder) {

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "base/date.h"
+#include "base/message_text.h"
 #include "base/path_components.h"
 #include "base/utf8.h"
 #include "base/uuid.h"
@@ -12,15 +13,52 @@
 namespace brisko {
 namespace {
 
-TEST(Iso8601, FormatsAndParsesWholeSecondsInUtc) {
-  const Date moment = Date{std::chrono::seconds{951782400}};  // 2000-02-29
-  EXPECT_EQ(formatIso8601(moment), "2000-02-29T00:00:00Z");
-  EXPECT_EQ(parseIso8601("2000-02-29T00:00:00Z"), moment);
-  EXPECT_EQ(formatIso8601(Date{}), "1970-01-01T00:00:00Z");
+TEST(Iso8601, EveryYearOfTheRecordsRoundTrips) {
+  const struct {
+    const char* text;
+    std::int64_t seconds;
+  } rows[] = {
+      {"0001-01-01T00:00:00Z", -62135596800},  // the images records' unknown time
+      {"9999-12-31T23:59:59Z", 253402300799},
+      {"2000-02-29T00:00:00Z", 951782400},
+      {"1970-01-01T00:00:00Z", 0},
+      {"1969-12-31T23:59:59Z", -1},
+      {"2262-04-12T00:00:00Z", 9223372800},  // past where nanoseconds wrap
+  };
+  for (const auto& row : rows) {
+    const Date date{std::chrono::seconds{row.seconds}};
+    EXPECT_EQ(parseIso8601(row.text), date) << row.text;
+    EXPECT_EQ(formatIso8601(date), row.text) << row.text;
+  }
+  EXPECT_EQ(kEarliestDate, parseIso8601("0001-01-01T00:00:00Z"));
+  EXPECT_EQ(kLatestDate, parseIso8601("9999-12-31T23:59:59Z"));
+}
+
+TEST(Iso8601, FractionsAndFarDatesAreWrittenAsWholeSecondsInRange) {
+  const Date moment = Date{std::chrono::seconds{951782400}};
   // Fractions are dropped toward the past, also before 1970.
   EXPECT_EQ(formatIso8601(Date{std::chrono::milliseconds{-1}}), "1969-12-31T23:59:59Z");
   EXPECT_EQ(formatIso8601(moment + std::chrono::milliseconds{999}), "2000-02-29T00:00:00Z");
-  EXPECT_EQ(wholeSeconds(moment + std::chrono::nanoseconds{1}), moment);
+  EXPECT_EQ(wholeSeconds(moment + std::chrono::microseconds{1}), moment);
+  EXPECT_EQ(formatIso8601(Date::max()), "9999-12-31T23:59:59Z");
+  EXPECT_EQ(formatIso8601(Date::min()), "0001-01-01T00:00:00Z");
+}
+
+TEST(Iso8601, FileTimesAreHeldToTheRangeOfTheRecords) {
+  const struct {
+    std::int64_t seconds, nanoseconds;
+    Date expected;
+  } rows[] = {
+      {INT64_MAX, 999999999, kLatestDate},
+      {INT64_MIN, 0, kEarliestDate},
+      {253402300800, 0, kLatestDate},  // 10000-01-01
+      {1, 999999999, Date{std::chrono::microseconds{1999999}}},
+      {-1, 500000000, Date{std::chrono::microseconds{-500000}}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(dateFromFileTime(row.seconds, row.nanoseconds), row.expected)
+        << row.seconds << "s " << row.nanoseconds << "ns";
+  }
 }
 
 TEST(Iso8601, RefusesEveryOtherForm) {
@@ -29,9 +67,33 @@ TEST(Iso8601, RefusesEveryOtherForm) {
         "2000-02-29T00:00:00+00:00", "2000-02-29 00:00:00Z", "2000-2-29T00:00:00Z",
         "1900-02-29T00:00:00Z", "2000-04-31T00:00:00Z", "2000-00-10T00:00:00Z",
         "2000-01-01T00:60:00Z", "2000-01-01T00:00:60Z", "+200-01-01T00:00:00Z",
-        "2000-01-01T00:00:00ZZ", "２０００-01-01T00:00:00Z"}) {
+        "2000-01-01T00:00:00ZZ", "２０００-01-01T00:00:00Z", "0000-01-01T00:00:00Z",
+        "2016-12-31T23:59:60Z"}) {
     EXPECT_FALSE(parseIso8601(text)) << text;
   }
+}
+
+TEST(MessageText, QuotedValuesAreShortAndInert) {
+  std::string accents;
+  for (int i = 0; i < 300; ++i)
+    accents += "\xC3\xA9";  // é
+  const struct {
+    std::string value, quoted;
+  } rows[] = {
+      {"plain", "\"plain\""},
+      {"say \"hi\" \\ bye", "\"say \\\"hi\\\" \\\\ bye\""},
+      {"\x1b[31m\x07\n", "\"\\u{1B}[31m\\u{7}\\u{A}\""},
+      {"\xC2\x9B\xE2\x80\xAEtxt\xE2\x80\xA8", "\"\\u{9B}\\u{202E}txt\\u{2028}\""},
+      {"a\xFF\xC3", "\"a\\xFF\\xC3\""},
+      // Cut at a character, never inside one.
+      {accents, "\"" + accents.substr(0, 400) + "\u2026\""},
+      {std::string(200, 'x'), "\"" + std::string(200, 'x') + "\""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(quotedForMessage(row.value), row.quoted) << row.value.substr(0, 20);
+    EXPECT_TRUE(isValidUtf8(quotedForMessage(row.value)));
+  }
+  EXPECT_EQ(oneLineMessage("two\nlines", 5), "two\\u{A}l\u2026");
 }
 
 TEST(Uuid, TextIsCanonicalUpperCase) {

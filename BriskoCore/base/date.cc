@@ -1,5 +1,6 @@
 #include "base/date.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace brisko {
@@ -20,7 +21,24 @@ int number(std::string_view text, size_t from, size_t count) {
   return value;
 }
 
+std::int64_t secondsOf(Date date) {
+  return std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
+}
+
 }  // namespace
+
+Date currentDate() {
+  return std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
+}
+
+Date dateFromFileTime(std::int64_t seconds, std::int64_t nanoseconds) {
+  const std::int64_t earliest = secondsOf(kEarliestDate);
+  const std::int64_t latest = secondsOf(kLatestDate);
+  if (seconds < earliest) return kEarliestDate;
+  if (seconds > latest) return kLatestDate;
+  return Date{std::chrono::seconds{seconds} +
+              std::chrono::floor<std::chrono::microseconds>(std::chrono::nanoseconds{nanoseconds})};
+}
 
 Date wholeSeconds(Date date) {
   return std::chrono::floor<std::chrono::seconds>(date);
@@ -28,7 +46,7 @@ Date wholeSeconds(Date date) {
 
 std::string formatIso8601(Date date) {
   using namespace std::chrono;
-  const auto seconds = floor<std::chrono::seconds>(date);
+  const auto seconds = floor<std::chrono::seconds>(std::clamp(date, kEarliestDate, kLatestDate));
   const auto day = floor<days>(seconds);
   const year_month_day ymd{day};
   const hh_mm_ss time{seconds - day};
@@ -49,13 +67,14 @@ std::optional<Date> parseIso8601(std::string_view text) {
     return std::nullopt;
   }
   using namespace std::chrono;
-  const year_month_day ymd{year{number(text, 0, 4)},
-                           month{static_cast<unsigned>(number(text, 5, 2))},
+  const int yearNumber = number(text, 0, 4);
+  const year_month_day ymd{year{yearNumber}, month{static_cast<unsigned>(number(text, 5, 2))},
                            day{static_cast<unsigned>(number(text, 8, 2))}};
   const int hour = number(text, 11, 2);
   const int minute = number(text, 14, 2);
   const int second = number(text, 17, 2);
-  if (!ymd.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  // There is no year 0 in the records' calendar, and no leap second's 60.
+  if (yearNumber == 0 || !ymd.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
   return Date{sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second}};
 }
 

@@ -9,11 +9,16 @@
 namespace brisko {
 
 std::optional<std::string> readFileContents(const std::string& path, size_t limit) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // O_NONBLOCK: opening a FIFO would otherwise wait for a writer.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (fd < 0) return std::nullopt;
   std::string contents;
   struct stat info;
-  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  if (info.st_size > 0) {
     contents.reserve(static_cast<size_t>(info.st_size) < limit ? static_cast<size_t>(info.st_size)
                                                                : limit);
   }

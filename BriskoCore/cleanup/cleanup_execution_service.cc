@@ -4,6 +4,7 @@
 #include "cleanup/cleanup_planning_error.h"
 #include "cleanup/file_identity.h"
 #include "cleanup/safe_removal.h"
+#include "platform/home_directory.h"
 #include "platform/system_spotlight_resolver.h"
 #include "protocol/engine_protocol.h"
 #include "rules/caching_spotlight_resolver.h"
@@ -37,8 +38,13 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
   if (plan.protocolVersion != EngineProtocol::version) {
     throw CleanupPlanningError(CleanupPlanningError::Kind::protocolMismatch);
   }
-  // At exactly expiresAt the plan is still good.
-  if (now_ > plan.expiresAt) throw CleanupPlanningError(CleanupPlanningError::Kind::planExpired);
+  // At exactly expiresAt the plan is still good. A plan file is data on disk:
+  // one that claims a longer life than any plan is given was not written by
+  // create-plan, and counts as expired.
+  if (now_ > plan.expiresAt ||
+      plan.expiresAt - plan.createdAt > CleanupPlanBuilder::kPlanLifetime) {
+    throw CleanupPlanningError(CleanupPlanningError::Kind::planExpired);
+  }
 
   const PathSafetyPolicy policy = PathSafetyPolicy::loadingWhitelistFor(homeDirectory_);
   const CleanupPlanBuilder builder(homeDirectory_, now_);
@@ -49,8 +55,9 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
   const std::shared_ptr<const SpotlightResolver> spotlight =
       spotlightOverride_ ? spotlightOverride_
                          : std::make_shared<CachingSpotlightResolver>(systemSpotlightResolver(2.0));
+  const RemovalJournal journal(briskoDataDirectory(homeDirectory_));
   const auto remove = [&](const CleanupPlanItem& item) -> std::optional<std::string> {
-    if (!removalHandler) return removeWithoutFollowingLinks(item.path, item.identity);
+    if (!removalHandler) return removeWithoutFollowingLinks(item.path, item.identity, &journal);
     try {
       return removalHandler(item.path);
     } catch (const std::exception& error) {
@@ -104,7 +111,7 @@ CleanupReceipt CleanupExecutionService::execute(const CleanupPlan& plan,
     receipt.results.push_back(result);
     if (onItem) onItem(result);
   }
-  receipt.completedAt = std::chrono::system_clock::now();
+  receipt.completedAt = currentDate();
   return receipt;
 }
 

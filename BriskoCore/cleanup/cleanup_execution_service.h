@@ -30,7 +30,8 @@ class CleanupExecutionService {
                           std::optional<InstalledAppInventory> installedApps = {},
                           std::shared_ptr<const SpotlightResolver> spotlight = {});
 
-  // Throws CleanupPlanningError protocolMismatch or planExpired before
+  // Throws CleanupPlanningError protocolMismatch, then planExpired (past
+  // expiresAt, or claiming a life longer than a plan is given), before
   // touching anything; rethrows what `onItem` throws. Without a removal
   // handler items are deleted permanently, never following a link, and only
   // while each is still the file or folder that the plan snapshotted. A

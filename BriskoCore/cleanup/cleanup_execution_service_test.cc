@@ -67,18 +67,78 @@ TEST_F(CleanupExecutionTest, UnchangedItemsAreDeletedAndReportedByPath) {
   EXPECT_GE(receipt.completedAt, now);
 }
 
-TEST_F(CleanupExecutionTest, ExpiryHoldsToTheSecondAndTheVersionMustMatch) {
-  const CleanupPlan empty = plan({"user-caches"});
-  EXPECT_TRUE(run(empty, {}, {}, empty.expiresAt).results.empty());
-  try {
-    run(empty, {}, {}, empty.expiresAt + std::chrono::seconds(1));
-    FAIL();
-  } catch (const CleanupPlanningError& error) {
-    EXPECT_EQ(error.kind(), CleanupPlanningError::Kind::planExpired);
+TEST_F(CleanupExecutionTest, TheVersionIsCheckedFirstThenTheExpiry) {
+  using Kind = CleanupPlanningError::Kind;
+  const CleanupPlan fresh = plan({"user-caches"});
+  const auto at = [](const char* text) { return *parseIso8601(text); };
+  const struct {
+    const char* name;
+    int version;
+    std::optional<Date> createdAt, expiresAt, runAt;
+    std::optional<Kind> refusal;
+  } rows[] = {
+      {"at exactly expiresAt", 3, {}, {}, fresh.expiresAt, {}},
+      {"a second late", 3, {}, {}, fresh.expiresAt + std::chrono::seconds(1), Kind::planExpired},
+      {"another version", 2, {}, {}, {}, Kind::protocolMismatch},
+      {"another version and a long life",
+       2,
+       {},
+       at("9999-12-31T23:59:59Z"),
+       {},
+       Kind::protocolMismatch},
+      {"expiring in the year 9999", 3, {}, at("9999-12-31T23:59:59Z"), {}, Kind::planExpired},
+      {"made in the year 0001, living to 9999",
+       3,
+       at("0001-01-01T00:00:00Z"),
+       at("9999-12-31T23:59:59Z"),
+       {},
+       Kind::planExpired},
+      {"expired in the year 0001",
+       3,
+       at("0001-01-01T00:00:00Z"),
+       at("0001-01-01T00:15:00Z"),
+       {},
+       Kind::planExpired},
+  };
+  for (const auto& row : rows) {
+    CleanupPlan edited = fresh;
+    edited.protocolVersion = row.version;
+    edited.createdAt = row.createdAt.value_or(fresh.createdAt);
+    edited.expiresAt = row.expiresAt.value_or(fresh.expiresAt);
+    // The dates cross the disk as a plan file does.
+    edited = decodeJson<CleanupPlan>(encodeJson(edited));
+    try {
+      const auto receipt = run(edited, {}, {}, row.runAt.value_or(now));
+      EXPECT_FALSE(row.refusal) << row.name << ": ran";
+      EXPECT_TRUE(receipt.results.empty()) << row.name;
+    } catch (const CleanupPlanningError& error) {
+      ASSERT_TRUE(row.refusal) << row.name << ": " << error.what();
+      EXPECT_EQ(error.kind(), *row.refusal) << row.name << ": " << error.what();
+    }
   }
-  CleanupPlan other = empty;
-  other.protocolVersion = 2;
-  EXPECT_THROW(run(other), CleanupPlanningError);
+}
+
+TEST_F(CleanupExecutionTest, AnItemThatVanishedSaysSoAndTheOthersGo) {
+  for (const char* name : {"a.log", "b.log", "c.log"}) {
+    const std::string file = home.writeFile(std::string("Library/Logs/App/") + name, "old");
+    const auto when = std::chrono::floor<std::chrono::seconds>(now).time_since_epoch().count() -
+                      30 * 24 * 60 * 60;
+    const timespec times[2] = {{when, 0}, {when, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  }
+  const CleanupPlan planned = plan({"user-logs"});
+  ASSERT_EQ(planned.items.size(), 3u);
+  fs::remove(home / "Library/Logs/App/b.log");
+  for (const auto& result : run(planned).results) {
+    if (result.id == home / "Library/Logs/App/b.log") {
+      EXPECT_EQ(result.outcome, CleanupItemOutcome::skipped);
+      EXPECT_EQ(result.message, "The file’s identity or content state changed.");
+    } else {
+      EXPECT_EQ(result.outcome, CleanupItemOutcome::deleted) << result.id << ": " << result.message;
+    }
+  }
+  EXPECT_FALSE(fs::exists(home / "Library/Logs/App/a.log"));
+  EXPECT_FALSE(fs::exists(home / "Library/Logs/App/c.log"));
 }
 
 TEST_F(CleanupExecutionTest, ARewrittenFileWithTheSameSizeFailsTheIdentityCheck) {

@@ -81,6 +81,11 @@ CleanupPlan CleanupPlanBuilder::makePlan(const CreateCleanupPlanRequest& request
                                   "The scanned location no longer exists."));
       continue;
     }
+    if (runtime::isLinkedRoot(selection.root, homeDirectory_)) {
+      plan.skipped.push_back(skip(CleanupPlanSkipReason::symbolicLink, selection.root,
+                                  "Symbolic links are never added to a cleanup plan."));
+      continue;
+    }
     const auto candidates =
         planCandidates(selection, homeDirectory_, now_, static_cast<size_t>(maximumCandidates),
                        partial ? &itemIDs : nullptr);
@@ -146,7 +151,8 @@ bool CleanupPlanBuilder::pathBelongsToSelection(const std::string& path,
                                                 const std::string& findingID) const {
   const auto found = selectionsOf(findingID);
   return std::any_of(found.begin(), found.end(), [&](const CleanupSelection* selection) {
-    return selectionAccepts(*selection, path, now_);
+    return selectionAccepts(*selection, path, now_) &&
+           !runtime::isLinkedRoot(selection->root, homeDirectory_);
   });
 }
 

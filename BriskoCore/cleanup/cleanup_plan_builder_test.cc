@@ -10,6 +10,9 @@
 #include <algorithm>
 
 #include "cleanup/cleanup_planning_error.h"
+#include "rules/cleanup_rule_catalog.h"
+#include "rules/cleanup_rule_evaluator.h"
+#include "testing/sample_home.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -189,6 +192,101 @@ TEST_F(CleanupPlanBuilderTest, AStaleShellLinkEntersThePlanAndALiveOneDoesNot) {
   EXPECT_EQ(result.items[0].identity.fileType, static_cast<std::uint32_t>(S_IFLNK));
   EXPECT_TRUE(CleanupPlanBuilder(home.path(), now).pathBelongsToSelection(stale, "user-caches"));
   EXPECT_FALSE(CleanupPlanBuilder(home.path(), now).pathBelongsToSelection(live, "user-caches"));
+}
+
+}  // namespace
+}  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// A cache folder linked to another place (another disk, or by mistake the
+// documents): the scan and the plan both refuse the root once, and nothing
+// behind the link is offered or measured.
+TEST_F(CleanupPlanBuilderTest, ARootThatIsALinkOrBehindOneIsOneSkipInScanAndPlan) {
+  home.writeFile("Documents/letter.odt", std::string(30000, 'l'));
+  home.writeFile("Documents/thumbnails/normal/a.png", std::string(8000, 't'));
+  home.writeFile("Documents/Maps/tile.png", std::string(8000, 'm'));
+  home.makeSymlink(".cache", home / "Documents");
+  home.makeDirectory(".var/app/org.gnome.Maps");
+  home.makeSymlink(".var/app/org.gnome.Maps/cache", home / "Documents/Maps");
+  home.writeFile(".var/app/org.example.Real/cache/data", std::string(5000, 'r'));
+
+  const struct {
+    const char* rule;
+    std::vector<std::string> linkedRoots;
+  } cases[] = {
+      {"dev-tool-caches", {home / ".cache"}},
+      {"thumbnail-cache", {home / ".cache/thumbnails"}},
+      {"flatpak-app-caches", {home / ".var/app/org.gnome.Maps/cache"}},
+  };
+  const CleanupRuleEvaluator evaluator(home.path(), now, std::vector<RunningProcess>{},
+                                       std::nullopt, nullptr);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.rule);
+    const Measurement scanned = evaluator.measure(*CleanupRuleCatalog::rule(c.rule));
+    EXPECT_EQ(scanned.skippedInvalid, static_cast<std::int64_t>(c.linkedRoots.size()));
+    const CleanupPlan planned = plan({c.rule});
+    std::vector<std::string> skipped;
+    for (const auto& skip : planned.skipped) {
+      if (skip.reason == CleanupPlanSkipReason::symbolicLink) skipped.push_back(skip.path);
+    }
+    EXPECT_EQ(skipped, c.linkedRoots);
+    for (const auto& path : paths(planned))
+      EXPECT_EQ(path.find("Documents"), std::string::npos) << path;
+    for (const auto& item : scanned.detailItems)
+      EXPECT_EQ(item.path.find("Documents"), std::string::npos) << item.path;
+  }
+  // The real Flatpak cache beside the linked one is offered as usual.
+  EXPECT_EQ(paths(plan({"flatpak-app-caches"})),
+            std::vector<std::string>{home / ".var/app/org.example.Real/cache/data"});
+
+  // A plan file edited to name a path behind the link still doesn't belong.
+  const CleanupPlanBuilder builder(home.path(), now);
+  EXPECT_FALSE(builder.pathBelongsToSelection(home / ".cache/letter.odt", "dev-tool-caches"));
+  EXPECT_TRUE(builder.pathBelongsToSelection(home / ".var/app/org.example.Real/cache/data",
+                                             "flatpak-app-caches"));
+}
+
+// With the default whitelist and the policy's Linux rows, no plan of a whole
+// Linux home holds a kept tool's data, a protected editor's or a browser
+// profile's.
+TEST_F(CleanupPlanBuilderTest, NoPlanOfTheSampleHomeHoldsWhatTheDefaultsKeep) {
+  testing::buildSampleHome(home.path());
+  std::vector<std::string> everyRule;
+  for (const CleanupRule& rule : CleanupRuleCatalog::rules()) {
+    // Uninstall leftovers overlap the logs by design, and a run keeps them
+    // all on Linux, where no application inventory can call them orphaned.
+    if (rule.action == RuleAction::cleanup && rule.id != "orphaned-app-data") {
+      everyRule.push_back(rule.id);
+    }
+  }
+  const CleanupPlan whole = plan(everyRule);
+  ASSERT_FALSE(whole.items.empty());
+  for (const auto& path : paths(whole)) {
+    for (const char* kept :
+         {"JetBrains", "ms-playwright", "virtualenvs", "Cursor", "History", "Login Data",
+          "Bookmarks", "places.sqlite", "keyrings", "Documents", "steamapps/common", "userdata",
+          "/data/", "storage", "AppImage", "lm-studio", "huggingface", "settings.json"}) {
+      EXPECT_EQ(path.find(kept), std::string::npos) << path;
+    }
+  }
+  // The service worker folder whose index names a protected web app stays.
+  const std::string storage = home / ".config/chromium/Default/Service Worker/CacheStorage/";
+  const auto items = paths(whole);
+  EXPECT_EQ(
+      std::count(items.begin(), items.end(), storage + "5e1d0f2a9b8c7d6e5f4a3b2c1d0e9f8a7b6c5d4e"),
+      1);
+  EXPECT_EQ(
+      std::count(items.begin(), items.end(), storage + "c37a80b68feffc6077248fb3c9436b74151561b5"),
+      0);
+  // Nothing is planned twice, nor inside something else planned.
+  std::vector<std::string> sorted = items;
+  std::sort(sorted.begin(), sorted.end());
+  for (size_t i = 1; i < sorted.size(); ++i) {
+    EXPECT_NE(sorted[i], sorted[i - 1]);
+    EXPECT_FALSE(sorted[i].starts_with(sorted[i - 1] + "/")) << sorted[i];
+  }
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ std::string CleanupReceiptRepository::fileName(const CleanupReceipt& receipt) {
 
 std::string CleanupReceiptRepository::save(const CleanupReceipt& receipt) const {
   createPrivateDirectories(historyDirectory_);
+  sweepStaleTemporaryFiles(historyDirectory_);
   const std::string path = historyDirectory_ + "/" + fileName(receipt);
   writeFileAtomically(path, encodeJson(receipt, /*pretty=*/true));
   return path;

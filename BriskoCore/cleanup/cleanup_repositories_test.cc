@@ -1,6 +1,7 @@
 // Plans and receipts on disk: file names, permissions, atomic writes, and the
 // load rules for missing and damaged files.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -50,6 +51,13 @@ TEST(CleanupPlanRepository, SavesUnderTheDataFolderAndLoadsBack) {
   const auto text = readFileContents(file);
   EXPECT_NE(text->find("\n  \"createdAt\": \"2026-09-21T14:13:20Z\""), std::string::npos) << *text;
   EXPECT_EQ(repository.load(plan.id), plan);
+  // What a killed write left goes when the folder is next written.
+  const std::string left = home.writeFile(
+      ".local/share/brisko/Plans/" + plan.id.text() + ".json.tmp-" + Uuid::random().text(), "{");
+  const timespec old[2] = {{1'700'000'000, 0}, {1'700'000'000, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, left.c_str(), old, 0), 0);
+  repository.save(samplePlan());
+  EXPECT_FALSE(std::filesystem::exists(left));
 
   repository.remove(plan.id);
   EXPECT_FALSE(std::filesystem::exists(file));

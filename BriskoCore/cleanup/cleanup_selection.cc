@@ -41,8 +41,7 @@ bool isVisibleDirectChild(const std::string& path, const std::string& root) {
 }
 
 Date modificationOf(const struct stat& info) {
-  return Date{std::chrono::seconds{info.st_mtim.tv_sec} +
-              std::chrono::nanoseconds{info.st_mtim.tv_nsec}};
+  return dateFromFileTime(info.st_mtim.tv_sec, info.st_mtim.tv_nsec);
 }
 
 // An old regular file of the selection: the root itself when it is one, or a
@@ -71,7 +70,9 @@ bool isElectronCacheCandidate(const std::string& root, const std::string& path,
   const auto slash = relative.find('/');
   if (slash == std::string::npos) return false;
   const std::string app = relative.substr(0, slash);
-  if (app.empty() || app.front() == '.' || mode.excludedEntries.contains(app)) return false;
+  if (app.empty() || app.front() == '.' || runtime::isExcludedEntry(app, mode.excludedEntries)) {
+    return false;
+  }
   const std::string appFolder = normalizedPolicyPath(root) + "/" + app;
   if (isSymbolicLink(appFolder)) return false;
   const auto caches = runtime::electronCacheFolders(appFolder);
@@ -96,9 +97,10 @@ std::vector<CleanupSelection> buildCleanupSelections(const std::string& home) {
         roots.push_back(runtime::expandedPath(target.path, home));
       }
       for (const auto& root : roots) {
+        const RuleTarget rooted = runtime::targetForRoot(target, root, home);
         selections.push_back({rule.id, rule.title, standardizedPath(root),
-                              candidateModeOf(target.mode), target.itemTitle,
-                              rule.effectiveGuards(target)});
+                              candidateModeOf(target.mode), rooted.itemTitle,
+                              rule.effectiveGuards(rooted)});
       }
     }
   }
@@ -152,9 +154,62 @@ bool isReachableWithoutLinks(const std::string& root, const std::string& path) {
   return true;
 }
 
+namespace {
+
+// True when nothing stands at `path` any more (or a folder above it went).
+bool hasVanished(const std::string& path) {
+  struct stat info;
+  return ::lstat(path.c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+// Whether `path` lies where the selection offers things, judged from the
+// text alone; the listing's own tests, which need the thing to be there, come
+// on top of it.
+bool placeAccepts(const CleanupSelection& selection, const std::string& path) {
+  const std::string& root = selection.root;
+  switch (selection.mode.kind()) {
+    case RuleTargetMode::Case::oldFiles:
+      return normalizedPolicyPath(path) == normalizedPolicyPath(root) || isUnder(path, root);
+    case RuleTargetMode::Case::serviceWorkerCacheStorage:
+    case RuleTargetMode::Case::contents:
+    case RuleTargetMode::Case::appBundlePresence:
+    case RuleTargetMode::Case::electronAppSupportCaches:
+      return isUnder(path, root);
+    case RuleTargetMode::Case::filesWithExtensions:
+      return runtime::isDirectChild(path, root) &&
+             selection.mode.as<RuleTargetMode::FilesWithExtensions>()->extensions.contains(
+                 lowercasedPathExtension(path));
+    case RuleTargetMode::Case::keepNewestVersions:
+    case RuleTargetMode::Case::keepActiveAndNewer:
+      return runtime::isDirectChild(path, root);
+    case RuleTargetMode::Case::orphanedBundles:
+      return runtime::isDirectChild(path, root) &&
+             OrphanDetection::bundleID(
+                 lastPathComponent(path),
+                 selection.mode.as<RuleTargetMode::OrphanedBundles>()->resource)
+                 .has_value();
+    case RuleTargetMode::Case::topLevel: {
+      if (runtime::isDirectChild(path, root)) {
+        return !runtime::isExcludedEntry(
+            lastPathComponent(path),
+            selection.mode.as<RuleTargetMode::TopLevel>()->excludedEntries);
+      }
+      const std::string parent = parentPath(path);
+      return lastPathComponent(parent) == "fnm_multishells" && runtime::isDirectChild(parent, root);
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
 bool selectionAccepts(const CleanupSelection& selection, const std::string& rawPath, Date now) {
   const std::string path = standardizedPath(rawPath);
   const std::string& root = selection.root;
+  if (!placeAccepts(selection, path)) return false;
+  // A planned thing that is gone (the user or its application removed it)
+  // can only be judged by its place; the identity check then reports it.
+  if (hasVanished(path)) return true;
   switch (selection.mode.kind()) {
     case RuleTargetMode::Case::oldFiles:
       return isOldFileOf(path, root,
@@ -163,34 +218,30 @@ bool selectionAccepts(const CleanupSelection& selection, const std::string& rawP
       struct stat info;
       return isVisibleDirectChild(path, root) && ::lstat(path.c_str(), &info) == 0 &&
              S_ISDIR(info.st_mode) &&
-             !runtime::isProtectedDomain(
-                 lastPathComponent(path),
+             !runtime::isProtectedServiceWorkerFolder(
+                 path,
                  selection.mode.as<RuleTargetMode::ServiceWorkerCacheStorage>()->protectedDomains);
     }
     case RuleTargetMode::Case::contents:
     case RuleTargetMode::Case::appBundlePresence:
       return runtime::isDirectChild(path, root);
     case RuleTargetMode::Case::filesWithExtensions:
-      return isVisibleDirectChild(path, root) &&
-             selection.mode.as<RuleTargetMode::FilesWithExtensions>()->extensions.contains(
-                 lowercasedPathExtension(path));
+      return !isHidden(path);
     case RuleTargetMode::Case::keepNewestVersions:
     case RuleTargetMode::Case::keepActiveAndNewer:
-      return runtime::isDirectChild(path, root);
+    case RuleTargetMode::Case::orphanedBundles:
+      return true;
     case RuleTargetMode::Case::electronAppSupportCaches:
       return isElectronCacheCandidate(
           root, path, *selection.mode.as<RuleTargetMode::ElectronAppSupportCaches>());
-    case RuleTargetMode::Case::orphanedBundles:
-      return runtime::isDirectChild(path, root) &&
-             OrphanDetection::bundleID(
-                 lastPathComponent(path),
-                 selection.mode.as<RuleTargetMode::OrphanedBundles>()->resource)
-                 .has_value();
     case RuleTargetMode::Case::topLevel: {
-      if (isVisibleDirectChild(path, root)) return true;
-      const std::string parent = parentPath(path);
-      return lastPathComponent(parent) == "fnm_multishells" &&
-             runtime::isDirectChild(parent, root) && isStaleShellLink(path);
+      // A direct child, visible and not left to another rule; or a stale
+      // link of a fnm_multishells child.
+      const auto& excluded = selection.mode.as<RuleTargetMode::TopLevel>()->excludedEntries;
+      if (isVisibleDirectChild(path, root)) {
+        return !runtime::isExcludedEntry(lastPathComponent(path), excluded);
+      }
+      return !runtime::isDirectChild(path, root) && isStaleShellLink(path);
     }
   }
   return false;

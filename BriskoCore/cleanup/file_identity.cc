@@ -1,10 +1,12 @@
 #include "cleanup/file_identity.h"
 
-#include <ftw.h>
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <limits>
 
+#include "platform/folder_walk.h"
 #include "rules/tree_walker.h"
 
 namespace brisko {
@@ -15,17 +17,32 @@ std::int64_t allocatedBytes(const struct stat& info) {
   return info.st_blocks > 0 ? static_cast<std::int64_t>(info.st_blocks) * 512 : 0;
 }
 
-thread_local std::int64_t walkTotal = 0;
+// Sums the regular files below a folder, as the scan would: never through
+// a link, into another mount, or into a package below the item.
+class RegularFileSum : public FolderVisitor {
+ public:
+  explicit RegularFileSum(const FolderPlacement& top) : top_(top) {}
 
-int addRegularFile(const char* path, const struct stat* info, int type, FTW* position) {
-  // A package below the item (an application bundle) is measured as nothing,
-  // as the scan measures it.
-  if (type == FTW_D && position->level > 0 && isPackageName(path + position->base)) {
-    return FTW_SKIP_SUBTREE;
+  Step visit(int folder, const std::string&, const std::string& name, unsigned char type) override {
+    if (type == DT_DIR) return isPackageName(name) ? Step::next : Step::enter;
+    if (type != DT_REG && type != DT_UNKNOWN) return Step::next;
+    struct stat info;
+    if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return Step::next;
+    if (S_ISREG(info.st_mode)) total += allocatedBytes(info);
+    if (S_ISDIR(info.st_mode) && !isPackageName(name)) return Step::enter;
+    return Step::next;
   }
-  if (type == FTW_F && S_ISREG(info->st_mode)) walkTotal += allocatedBytes(*info);
-  return FTW_CONTINUE;
-}
+
+  bool entering(int, const FolderPlacement& placement) override {
+    // Other file systems mounted inside are not measured (nor ever removed).
+    return placement.sameMount(top_);
+  }
+
+  std::int64_t total = 0;
+
+ private:
+  FolderPlacement top_;
+};
 
 }  // namespace
 
@@ -53,11 +70,13 @@ std::int64_t measuredBytes(const std::string& path) {
   if (::lstat(path.c_str(), &info) != 0 || S_ISLNK(info.st_mode)) return 0;
   if (S_ISREG(info.st_mode)) return allocatedBytes(info);
   if (!S_ISDIR(info.st_mode)) return 0;
-  walkTotal = 0;
-  // FTW_PHYS: links are reported as links and never followed; FTW_MOUNT:
-  // other file systems mounted inside are not measured (nor ever removed).
-  ::nftw(path.c_str(), addRegularFile, 32, FTW_PHYS | FTW_MOUNT | FTW_ACTIONRETVAL);
-  return walkTotal;
+  Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const auto placement = folder.valid() ? placementAt(folder.get(), "") : std::nullopt;
+  if (!placement) return 0;
+  RegularFileSum sum(*placement);
+  // A folder that moves away during the walk measures what was met before.
+  descendFolders(std::move(folder), path, sum);
+  return sum.total;
 }
 
 }  // namespace brisko

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
+#include "testing/deep_nest.h"
 #include "testing/subprocess.h"
 #include "testing/temporary_directory.h"
 
@@ -69,6 +70,26 @@ TEST(MeasuredBytes, APackageInsideCountsAsNothingAsInTheScan) {
   EXPECT_EQ(measuredBytes(home / "Caches/app"), measuredBytes(data));
   // The item itself may be one: what it holds is what it frees.
   EXPECT_GT(measuredBytes(home / "Caches/app/Updater.app"), 400000);
+}
+
+TEST(MeasuredBytes, NestsOfAnyDepthUnderTheUsualOpenFileLimit) {
+  // A program that can write into a cache can nest it this deep: the measure
+  // must neither recurse once per level nor hold a descriptor per level, and
+  // must count what lies past PATH_MAX.
+  struct Case {
+    int depth;
+    std::string name;
+  };
+  const Case cases[] = {{2100, "d"}, {25000, "d"}, {300, std::string(200, 'n')}};
+  for (const Case& nest : cases) {
+    TemporaryDirectory home;
+    const std::string top = home.makeDirectory("Caches/app");
+    testing::makeDeepNest(top, nest.depth, nest.name, "data");
+    const std::int64_t oneLevel = testing::allocatedBytesOfOneLevel(top, nest.name);
+    ASSERT_GT(oneLevel, 0);
+    const testing::OpenFileLimit limit(1024);
+    EXPECT_EQ(measuredBytes(top), oneLevel * nest.depth) << nest.depth << " levels";
+  }
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include "cleanup/plan_candidates.h"
 
-#include <ftw.h>
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "base/path_components.h"
 #include "base/standardized_path.h"
+#include "platform/folder_walk.h"
 #include "rules/cleanup_rule_runtime.h"
 #include "rules/directory_listing.h"
 #include "rules/orphan_detection.h"
@@ -67,22 +69,41 @@ std::vector<std::string> pickedPaths(const Listing& listing) {
 }
 
 Date modificationOf(const struct stat& info) {
-  return Date{std::chrono::seconds{info.st_mtim.tv_sec} +
-              std::chrono::nanoseconds{info.st_mtim.tv_nsec}};
+  return dateFromFileTime(info.st_mtim.tv_sec, info.st_mtim.tv_nsec);
 }
+
+// Old regular files below a folder, never through a link nor into another
+// mount, until the listing is full.
+class OldFileCollector : public FolderVisitor {
+ public:
+  OldFileCollector(Listing& listing, Date cutoff, FolderPlacement top)
+      : listing_(listing), cutoff_(cutoff), top_(top) {}
+
+  Step visit(int folder, const std::string& folderPath, const std::string& name,
+             unsigned char type) override {
+    if (type == DT_DIR) return Step::enter;
+    if (type != DT_REG && type != DT_UNKNOWN) return Step::next;
+    struct stat info;
+    if (::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return Step::next;
+    if (S_ISDIR(info.st_mode)) return Step::enter;
+    // Strictly older than the cutoff.
+    if (S_ISREG(info.st_mode) && modificationOf(info) < cutoff_) {
+      listing_.add(folderPath + "/" + name);
+    }
+    return listing_.full() ? Step::stop : Step::next;
+  }
+
+  bool entering(int, const FolderPlacement& placement) override {
+    return placement.sameMount(top_);
+  }
+
+ private:
+  Listing& listing_;
+  Date cutoff_;
+  FolderPlacement top_;
+};
 
 // Old regular files at or below `start`, never descending through a link.
-thread_local Listing* oldFilesListing = nullptr;
-thread_local Date oldFilesCutoffOfWalk{};
-
-int collectOldFile(const char* path, const struct stat* info, int type, FTW*) {
-  // Strictly older than the cutoff.
-  if (type == FTW_F && S_ISREG(info->st_mode) && modificationOf(*info) < oldFilesCutoffOfWalk) {
-    oldFilesListing->add(path);
-  }
-  return oldFilesListing->full() ? 1 : 0;
-}
-
 void addOldFiles(Listing& listing, const std::string& start, Date cutoff) {
   struct stat info;
   if (::lstat(start.c_str(), &info) != 0) return;
@@ -91,12 +112,11 @@ void addOldFiles(Listing& listing, const std::string& start, Date cutoff) {
     return;
   }
   if (!S_ISDIR(info.st_mode)) return;
-  oldFilesListing = &listing;
-  oldFilesCutoffOfWalk = cutoff;
-  // FTW_PHYS: links are reported as links and never followed; FTW_MOUNT:
-  // other file systems stay out.
-  ::nftw(start.c_str(), collectOldFile, 32, FTW_PHYS | FTW_MOUNT);
-  oldFilesListing = nullptr;
+  Descriptor folder(::open(start.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const auto placement = folder.valid() ? placementAt(folder.get(), "") : std::nullopt;
+  if (!placement) return;
+  OldFileCollector collector(listing, cutoff, *placement);
+  descendFolders(std::move(folder), start, collector);
 }
 
 bool hasPickedRowAtOrUnder(const Listing& listing, const std::string& root) {
@@ -158,7 +178,7 @@ std::vector<std::string> planCandidates(const CleanupSelection& selection, const
       const auto& domains = mode.as<Mode::ServiceWorkerCacheStorage>()->protectedDomains;
       for (const auto& entry : children(root, /*skipHidden=*/true)) {
         if (!entry.isDirectory || entry.isSymbolicLink) continue;
-        if (runtime::isProtectedDomain(entry.name, domains)) continue;
+        if (runtime::isProtectedServiceWorkerFolder(entry.path, domains)) continue;
         listing.add(entry.path);
       }
       break;
@@ -166,7 +186,10 @@ std::vector<std::string> planCandidates(const CleanupSelection& selection, const
     case Mode::Case::electronAppSupportCaches: {
       const auto& excluded = mode.as<Mode::ElectronAppSupportCaches>()->excludedEntries;
       for (const auto& app : children(root, /*skipHidden=*/true)) {
-        if (excluded.contains(app.name) || !app.isDirectory || app.isSymbolicLink) continue;
+        if (runtime::isExcludedEntry(app.name, excluded) || !app.isDirectory ||
+            app.isSymbolicLink) {
+          continue;
+        }
         // The scan shows one row per application: picking it picks its caches.
         const bool appPicked = listing.picked(app.path);
         for (const auto& cache : runtime::electronCacheFolders(app.path)) {
@@ -183,7 +206,9 @@ std::vector<std::string> planCandidates(const CleanupSelection& selection, const
       break;
     }
     case Mode::Case::topLevel: {
+      const auto& excluded = mode.as<Mode::TopLevel>()->excludedEntries;
       for (const auto& entry : children(root, /*skipHidden=*/true)) {
+        if (runtime::isExcludedEntry(entry.name, excluded)) continue;
         if (entry.name == "fnm_multishells" && entry.isDirectory) {
           // The scan shows the folder as one row; picking it picks its stale links.
           const bool folderPicked = listing.picked(entry.path);

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "cleanup/file_identity.h"
+#include "testing/deep_nest.h"
 #include "testing/temporary_directory.h"
 
 namespace brisko {
@@ -43,6 +44,27 @@ TEST(SafeRemoval, RemovesFilesFoldersAndDeepTrees) {
   EXPECT_EQ(removeWithoutFollowingLinks(home / "Caches/tree"), std::nullopt);
   EXPECT_FALSE(exists(home / "Caches/tree"));
   EXPECT_TRUE(exists(home / "Caches"));
+}
+
+TEST(SafeRemoval, NestsDeeperThanTheOpenFileLimitAndPathMaxGoWhole) {
+  // One descriptor held per level made a 2,100-level cache fail with "Too
+  // many open files" under the usual limit of 1,024, so it could never go.
+  struct Case {
+    int depth;
+    bool withSiblings;  // a file and a second folder at every level
+  };
+  for (const Case nest : {Case{2100, false}, Case{2100, true}}) {
+    TemporaryDirectory home;
+    const std::string top = home.makeDirectory("Caches/app");
+    testing::makeDeepNest(top, nest.depth, "d", nest.withSiblings ? "data" : "");
+    if (nest.withSiblings) testing::makeDeepNest(top, 40, "e", "data");
+    const std::string outside = home.writeFile("Documents/keep.txt", "precious");
+    const auto identity = identitySnapshot(top);
+    const testing::OpenFileLimit limit(1024);
+    EXPECT_EQ(removeWithoutFollowingLinks(top, identity), std::nullopt) << nest.depth;
+    EXPECT_FALSE(exists(top));
+    EXPECT_TRUE(exists(outside));
+  }
 }
 
 TEST(SafeRemoval, LinksInsideTheItemAreRemovedNeverFollowed) {
@@ -175,6 +197,17 @@ TEST(SafeRemoval, SomethingMovedIntoTheItemsPlaceAfterTheChecksIsKept) {
     ++entries;
   }
   EXPECT_EQ(entries, 2u) << "nothing is left under a private name";
+
+  // A file whose device and inode are the checked ones but whose content
+  // changed (rewritten in place, or a new file given the freed inode) is
+  // not the checked file either.
+  home.writeFile("Library/Caches/two.bin", "cache");
+  const auto checkedTwo = identitySnapshot(home / "Library/Caches/two.bin");
+  { std::ofstream(home / "Library/Caches/two.bin", std::ios::app) << " and the user's new data"; }
+  EXPECT_EQ(removeWithoutFollowingLinks(home / "Library/Caches/two.bin", checkedTwo),
+            kRemovalIdentityChanged);
+  EXPECT_TRUE(exists(home / "Library/Caches/two.bin"));
+  std::filesystem::remove(home / "Library/Caches/two.bin");
 
   // Unchanged, both go.
   const auto file = identitySnapshot(home / "Library/Caches/one.bin");

@@ -1,5 +1,7 @@
 #include "platform/bulk_directory_lister.h"
 
+#include "platform/folder_walk.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,31 +18,12 @@ namespace {
 
 constexpr size_t kBufferSize = 256 * 1024;
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  int release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_;
-};
-
 bool isDotOrDotDot(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 Date wholeSecondDate(std::int64_t seconds) {
-  return Date(std::chrono::seconds(seconds));
+  return dateFromFileTime(seconds);
 }
 
 BulkDirectoryEntry::Kind kindOfMode(mode_t mode) {
@@ -92,10 +75,15 @@ std::optional<BulkDirectoryLister::Failure> BulkDirectoryLister::listInto(
   count = 0;
   Descriptor dir(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0) return failureFromErrno(errno);
+  return listOpenInto(dir.get(), slots, count);
+}
 
+std::optional<BulkDirectoryLister::Failure> BulkDirectoryLister::listOpenInto(
+    int folder, std::vector<BulkDirectoryEntry>& slots, size_t& count) {
+  count = 0;
   char* buffer = threadBuffer();
   for (;;) {
-    const long bytes = ::syscall(SYS_getdents64, dir.get(), buffer, kBufferSize);
+    const long bytes = ::syscall(SYS_getdents64, folder, buffer, kBufferSize);
     if (bytes < 0) {
       count = 0;
       return failureFromErrno(errno);
@@ -121,7 +109,7 @@ std::optional<BulkDirectoryLister::Failure> BulkDirectoryLister::listInto(
         case DT_REG:
         case DT_UNKNOWN: {
           struct statx info;
-          if (::statx(dir.get(), record->d_name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+          if (::statx(folder, record->d_name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
                       STATX_TYPE | STATX_NLINK | STATX_BLOCKS | STATX_MTIME, &info) != 0) {
             if (errno == ENOENT) continue;  // removed since the directory was read
             count = 0;
@@ -145,6 +133,15 @@ std::optional<BulkDirectoryLister::Failure> BulkDirectoryLister::listInto(
 BulkDirectoryLister::Result BulkDirectoryLister::listSlowly(const std::string& path) {
   Descriptor fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() < 0) return failureFromErrno(errno);
+  return listOpenSlowly(fd.get());
+}
+
+BulkDirectoryLister::Result BulkDirectoryLister::listOpenSlowly(int folder) {
+  // The stream owns a duplicate, so that the caller's descriptor stays its own.
+  Descriptor fd(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+  if (fd.get() < 0) return failureFromErrno(errno);
+  // A listing read before (by listOpenInto) is read again from the start.
+  ::lseek(fd.get(), 0, SEEK_SET);
   DIR* stream = ::fdopendir(fd.get());
   if (stream == nullptr) return failureFromErrno(errno);
   const int dirFd = fd.release();  // owned by the stream from here on

@@ -54,11 +54,16 @@ class BulkDirectoryLister {
   // keeps its names' storage, which spares an allocation per name on a walk.
   static std::optional<Failure> listInto(const std::string& path,
                                          std::vector<BulkDirectoryEntry>& slots, size_t& count);
+  // The same for the folder open at `folder`, which walks open relative to
+  // its parent; the descriptor stays the caller's, read to its end.
+  static std::optional<Failure> listOpenInto(int folder, std::vector<BulkDirectoryEntry>& slots,
+                                             size_t& count);
 
   // The same contract through opendir/readdir and one fstatat per name, for
   // when list() fails for a reason other than permission. It cannot see
   // sharing: mayShareStorage is always false.
   static Result listSlowly(const std::string& path);
+  static Result listOpenSlowly(int folder);
 
   static Failure failureFromErrno(int errorNumber);
 };

@@ -43,6 +43,14 @@ FileProbe::Kind FileProbe::kind(const std::string& path) {
   return Kind::fileOrOther;
 }
 
+std::optional<BundleStamp> FileProbe::stamp(const std::string& path) {
+  struct stat info;
+  if (::lstat(path.c_str(), &info) != 0) return std::nullopt;
+  return BundleStamp{
+      static_cast<std::int64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino),
+      static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
+}
+
 std::int64_t FileProbe::boundedBytes(const std::string& path, std::int64_t& allowance) {
   struct stat info;
   if (::lstat(path.c_str(), &info) != 0 || S_ISLNK(info.st_mode)) return 0;

@@ -4,7 +4,10 @@
 // holds. Links are never followed.
 
 #include <cstdint>
+#include <optional>
 #include <string>
+
+#include "platform/bundle_stamp.h"
 
 namespace brisko {
 
@@ -13,6 +16,10 @@ class FileProbe {
   enum class Kind { missing = 0, fileOrOther = 1, directory = 2, symlink = 3 };
 
   static Kind kind(const std::string& path);
+
+  // Device, inode and modification time from lstat (a link is stamped itself,
+  // not its target); none when lstat fails.
+  static std::optional<BundleStamp> stamp(const std::string& path);
 
   // Allocated bytes under `path`. A directory is walked with the bulk lister,
   // charging one unit of `allowance` per entry; once the allowance runs out the

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,6 +50,74 @@ std::optional<std::string> firstCommandWord(const std::string& folder) {
   return std::string(word);
 }
 
+std::optional<std::string> smallFile(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::string text;
+  char buffer[4096];
+  while (text.size() < 65536) {
+    const ssize_t length = ::read(fd, buffer, sizeof buffer);
+    if (length < 0 && errno == EINTR) continue;
+    if (length <= 0) break;
+    text.append(buffer, static_cast<size_t>(length));
+  }
+  ::close(fd);
+  return text;
+}
+
+// A name that can stand as one path component.
+bool isComponent(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+// The application of a Flatpak sandbox: "name" of the [Application] group of
+// the /.flatpak-info that Flatpak puts in every sandbox's root (readable by
+// the sandbox's own user through /proc/PID/root).
+std::optional<std::string> flatpakApplication(const std::string& processFolder) {
+  const auto info = smallFile(processFolder + "/root/.flatpak-info");
+  if (!info) return std::nullopt;
+  bool inApplication = false;
+  size_t start = 0;
+  while (start < info->size()) {
+    size_t end = info->find('\n', start);
+    if (end == std::string::npos) end = info->size();
+    const std::string_view line = std::string_view(*info).substr(start, end - start);
+    start = end + 1;
+    if (line.starts_with('[')) {
+      inApplication = line == "[Application]";
+    } else if (inApplication && line.starts_with("name=")) {
+      const std::string_view name = line.substr(5);
+      if (isComponent(name)) return std::string(name);
+      return std::nullopt;
+    }
+  }
+  return std::nullopt;
+}
+
+// The snap a process runs for, from its "snap.<name>.<app>" control group.
+std::optional<std::string> snapName(const std::string& processFolder) {
+  const auto cgroups = smallFile(processFolder + "/cgroup");
+  if (!cgroups) return std::nullopt;
+  for (size_t at = cgroups->find("/snap."); at != std::string::npos;
+       at = cgroups->find("/snap.", at + 1)) {
+    const size_t nameStart = at + 6;
+    const size_t dot = cgroups->find_first_of(".\n/", nameStart);
+    if (dot == std::string::npos || (*cgroups)[dot] != '.') continue;
+    const std::string name = cgroups->substr(nameStart, dot - nameStart);
+    if (isComponent(name)) return name;
+  }
+  return std::nullopt;
+}
+
+bool isOwnProcess(const std::string& processFolder) {
+  struct stat info;
+  return ::stat(processFolder.c_str(), &info) == 0 && info.st_uid == ::geteuid();
+}
+
+std::string joinedPath(const std::string& prefix, const std::string& path) {
+  return prefix + (path.starts_with('/') ? "" : "/") + path;
+}
+
 }  // namespace
 
 RunningProcesses ProcessInventory::snapshot() {
@@ -72,8 +141,22 @@ RunningProcesses ProcessInventory::snapshot(const std::string& procRoot) {
     if (!path) path = firstCommandWord(processFolder);
     if (!path) continue;
     RunningProcess process;
+    process.name = lastPathComponent(repairedUtf8(*path));
+    // A sandboxed process sees its own file system: its paths are put below
+    // a place named after its application, which the guards of Flatpak and
+    // Snap caches look for.
+    if (const auto application = flatpakApplication(processFolder)) {
+      *path = joinedPath("/flatpak/app/" + *application, *path);
+    } else if (path->starts_with("/app/") && isOwnProcess(processFolder)) {
+      // Ours, sandboxed, and yet we can't tell which application it is,
+      // unless it has just ended.
+      if (::access(processFolder.c_str(), F_OK) != 0) continue;
+      return std::nullopt;
+    } else if (const auto snap = snapName(processFolder)) {
+      const std::string prefix = "/snap/" + *snap;
+      if (!path->starts_with(prefix + "/")) *path = joinedPath(prefix, *path);
+    }
     process.path = repairedUtf8(*path);
-    process.name = lastPathComponent(process.path);
     processes.push_back(std::move(process));
   }
   return processes;

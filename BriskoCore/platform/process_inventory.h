@@ -15,7 +15,11 @@ namespace brisko {
 // process, a kernel thread), the first word of /proc/PID/cmdline.
 struct ProcessInventory {
   // None when /proc itself can't be listed: guards then fail closed. A process
-  // that vanishes while it is read is left out.
+  // that vanishes while it is read is left out. A Flatpak process's path gets
+  // "/flatpak/app/<application>" in front, a Snap process's "/snap/<name>"
+  // (unless it already runs from there); the name stays the executable's. One
+  // of our own processes that runs from /app/ without telling its Flatpak
+  // application makes the whole list none, since its guard can't be told.
   static RunningProcesses snapshot();
 
   // The same, from another process table root (tests use a fake /proc).

@@ -74,3 +74,73 @@ TEST(ProcessInventory, AnUnreadableProcessTableIsAbsentNotEmpty) {
 
 }  // namespace
 }  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// Sandboxed processes see their own file system; the inventory names their
+// paths after the application, which is what the Flatpak and Snap guards test.
+TEST(ProcessInventory, SandboxedProcessesArePlacedBelowTheirApplication) {
+  struct Case {
+    const char* pid;
+    const char* exe;
+    const char* flatpakInfo;  // null: none
+    const char* cgroup;       // null: none
+    RunningProcess expected;
+  };
+  const std::vector<Case> cases = {
+      {"100",
+       "/app/bin/gnome-maps",
+       "[Application]\nname=org.gnome.Maps\nruntime=runtime/org.gnome.Platform/x86_64/46\n",
+       nullptr,
+       {"gnome-maps", "/flatpak/app/org.gnome.Maps/app/bin/gnome-maps"}},
+      {"101",
+       "/usr/bin/bwrap",
+       "[Application]\nname=org.gnome.Maps\n",
+       nullptr,
+       {"bwrap", "/flatpak/app/org.gnome.Maps/usr/bin/bwrap"}},
+      {"102",
+       "/usr/bin/sh",
+       "[Runtime]\nname=org.gnome.Platform\n",
+       nullptr,
+       {"sh", "/usr/bin/sh"}},
+      {"103", "/usr/bin/sh", "[Application]\nname=../escape\n", nullptr, {"sh", "/usr/bin/sh"}},
+      {"200",
+       "/usr/bin/python3",
+       nullptr,
+       "0::/user.slice/user-1000.slice/user@1000.service/app.slice/"
+       "snap.firefox.firefox-7c2f.scope\n",
+       {"python3", "/snap/firefox/usr/bin/python3"}},
+      {"201",
+       "/snap/firefox/4200/usr/lib/firefox/firefox",
+       nullptr,
+       "0::/user.slice/snap.firefox.firefox-7c2f.scope\n",
+       {"firefox", "/snap/firefox/4200/usr/lib/firefox/firefox"}},
+      {"300",
+       "/usr/bin/bash",
+       nullptr,
+       "0::/user.slice/user-1000.slice/session-2.scope\n",
+       {"bash", "/usr/bin/bash"}},
+  };
+  TemporaryDirectory proc;
+  for (const Case& c : cases) {
+    proc.makeSymlink(std::string(c.pid) + "/exe", c.exe);
+    if (c.flatpakInfo) proc.writeFile(std::string(c.pid) + "/root/.flatpak-info", c.flatpakInfo);
+    if (c.cgroup) proc.writeFile(std::string(c.pid) + "/cgroup", c.cgroup);
+  }
+  const auto processes = ProcessInventory::snapshot(proc.path());
+  ASSERT_TRUE(processes.has_value());
+  for (const Case& c : cases) {
+    EXPECT_NE(std::find(processes->begin(), processes->end(), c.expected), processes->end())
+        << c.pid << " " << c.expected.path;
+  }
+  EXPECT_EQ(processes->size(), cases.size());
+
+  // One of ours that runs from /app/ and can't say which application it is
+  // leaves the guards nothing to go on: the list is absent.
+  proc.makeSymlink("400/exe", "/app/bin/unknown");
+  EXPECT_FALSE(ProcessInventory::snapshot(proc.path()).has_value());
+}
+
+}  // namespace
+}  // namespace brisko

@@ -9,25 +9,11 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/mount_table.h"
+
 namespace brisko {
 
 namespace {
-
-// mountinfo escapes blanks, tabs, newlines and backslashes as \ooo.
-std::string unescapedMountPath(std::string_view field) {
-  std::string out;
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() &&
-        field.substr(i + 1, 3).find_first_not_of("01234567") == std::string_view::npos) {
-      out.push_back(static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 +
-                                      (field[i + 3] - '0')));
-      i += 3;
-    } else {
-      out.push_back(field[i]);
-    }
-  }
-  return out;
-}
 
 bool holds(const std::string& mountPoint, const std::string& path) {
   if (mountPoint == "/") return true;

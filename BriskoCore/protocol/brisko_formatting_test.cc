@@ -5,35 +5,35 @@
 namespace brisko {
 namespace {
 
-TEST(BriskoFormatting, NothingReadsAsZeroBytes) {
-  EXPECT_EQ(BriskoFormatting::bytes(0), "0 B");
-  EXPECT_EQ(BriskoFormatting::bytes(-1), "0 B");
-  EXPECT_EQ(BriskoFormatting::bytes(INT64_MIN), "0 B");
-}
-
-TEST(BriskoFormatting, SmallCountsAreWholeKilobytes) {
-  EXPECT_EQ(BriskoFormatting::bytes(1), "1 KB");
-  EXPECT_EQ(BriskoFormatting::bytes(499), "1 KB");
-  EXPECT_EQ(BriskoFormatting::bytes(1499), "1 KB");
-  EXPECT_EQ(BriskoFormatting::bytes(1500), "2 KB");
-  EXPECT_EQ(BriskoFormatting::bytes(4096), "4 KB");
-  EXPECT_EQ(BriskoFormatting::bytes(102399), "102 KB");
-}
-
-TEST(BriskoFormatting, LargerCountsAdaptTheirUnit) {
-  EXPECT_EQ(BriskoFormatting::bytes(102400), "0.1 MB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'000'000), "1 MB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'550'000), "1.6 MB");
-  EXPECT_EQ(BriskoFormatting::bytes(999'940'000), "999.9 MB");
-  // Rounding up to a thousand moves to the next unit.
-  EXPECT_EQ(BriskoFormatting::bytes(999'960'000), "1 GB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'234'567'890), "1.23 GB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'205'000'000), "1.21 GB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'200'000'000), "1.2 GB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'000'000'000'000), "1 TB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'010'000'000'000), "1.01 TB");
-  EXPECT_EQ(BriskoFormatting::bytes(1'250'000'000'000'000), "1,250 TB");
-  EXPECT_EQ(BriskoFormatting::bytes(INT64_MAX), "9,223,372.04 TB");
+TEST(BriskoFormatting, CountsReadAsTheirUnit) {
+  const std::pair<std::int64_t, const char*> rows[] = {
+      // Nothing reads as zero bytes.
+      {0, "0 B"},
+      {-1, "0 B"},
+      {INT64_MIN, "0 B"},
+      // Small counts are whole kilobytes.
+      {1, "1 KB"},
+      {499, "1 KB"},
+      {1499, "1 KB"},
+      {1500, "2 KB"},
+      {4096, "4 KB"},
+      {102399, "102 KB"},
+      // Larger counts adapt their unit; rounding up to a thousand moves on.
+      {102400, "0.1 MB"},
+      {1'000'000, "1 MB"},
+      {1'550'000, "1.6 MB"},
+      {999'940'000, "999.9 MB"},
+      {999'960'000, "1 GB"},
+      {1'234'567'890, "1.23 GB"},
+      {1'205'000'000, "1.21 GB"},
+      {1'200'000'000, "1.2 GB"},
+      {1'000'000'000'000, "1 TB"},
+      {1'010'000'000'000, "1.01 TB"},
+      {1'250'000'000'000'000, "1,250 TB"},
+      {INT64_MAX, "9,223,372.04 TB"},
+  };
+  for (const auto& [count, text] : rows)
+    EXPECT_EQ(BriskoFormatting::bytes(count), text) << count;
 }
 
 }  // namespace

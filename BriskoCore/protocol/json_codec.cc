@@ -135,14 +135,14 @@ Date JsonCodec<Date>::decode(const Json& json) {
   if (!json.is_string()) json_detail::fail("expected a date, found " + json_detail::describe(json));
   const auto& text = json.get_ref<const std::string&>();
   if (auto date = parseIso8601(text)) return *date;
-  json_detail::fail("\"" + text + "\" is not a date of the form 2026-01-31T12:00:00Z");
+  json_detail::fail(quotedForMessage(text) + " is not a date of the form 2026-01-31T12:00:00Z");
 }
 
 Uuid JsonCodec<Uuid>::decode(const Json& json) {
   if (!json.is_string()) json_detail::fail("expected a UUID, found " + json_detail::describe(json));
   const auto& text = json.get_ref<const std::string&>();
   if (auto uuid = Uuid::parse(text)) return *uuid;
-  json_detail::fail("\"" + text + "\" is not a UUID");
+  json_detail::fail(quotedForMessage(text) + " is not a UUID");
 }
 
 JsonObjectReader::JsonObjectReader(const Json& json) : object_(json) {

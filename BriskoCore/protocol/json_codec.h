@@ -22,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/date.h"
+#include "base/message_text.h"
 #include "base/uuid.h"
 
 namespace brisko {
@@ -147,7 +148,7 @@ struct JsonCodec<E> {
       json_detail::fail("expected a string, found " + json_detail::describe(json));
     const auto& text = json.get_ref<const std::string&>();
     if (auto value = parseEnum<E>(text)) return *value;
-    json_detail::fail("unknown value \"" + text + "\"");
+    json_detail::fail("unknown value " + quotedForMessage(text));
   }
   static Json encode(E value) { return Json(std::string(enumName(value))); }
 };
@@ -236,8 +237,13 @@ class JsonObjectWriter {
 
 // Parses one JSON text and decodes it as T. Throws DecodingError, whose text
 // says what was wrong and where.
+// A NUL can stand in no JSON text, yet the parser takes it for the end of
+// the input: whatever followed it would be passed over unread.
 template <class T>
 T decodeJson(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) {
+    throw DecodingError("", "the text is not valid JSON: it holds a NUL byte");
+  }
   Json json = Json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (json.is_discarded()) throw DecodingError("", "the text is not valid JSON");
   return JsonCodec<T>::decode(json);

@@ -3,6 +3,8 @@
 #include <initializer_list>
 #include <utility>
 
+#include "rules/linux_rule_targets.h"
+
 // The catalog is data. It is laid out so that each block can be read against
 // the rule it builds: rule texts first, then the targets in their order.
 
@@ -23,6 +25,14 @@ RuleTarget target(std::string path, RuleTargetMode mode,
   return RuleTarget{std::move(path), std::move(mode), std::move(itemTitle), std::move(guards)};
 }
 
+// The rule's own rows followed by those of a Linux home.
+std::vector<RuleTarget> withLinuxRows(std::vector<RuleTarget> rows,
+                                      std::vector<RuleTarget> linuxRows) {
+  for (RuleTarget& row : linuxRows)
+    rows.push_back(std::move(row));
+  return rows;
+}
+
 // Appends one `contents` target for each path, all under one item title.
 void addContents(std::vector<RuleTarget>& targets, const std::string& itemTitle,
                  std::initializer_list<std::string> paths, std::vector<RuleGuard> guards = {}) {
@@ -41,19 +51,26 @@ Guards makeGuards() {
       .simulator = guard({"Simulator", "com.apple.CoreSimulator.CoreSimulatorService",
                           "simdiskimaged", "xcodebuild", "xctest", "XCTRunner"},
                          {"/Simulator.app/"}),
-      .chrome = guard({"Google Chrome", "Google Chrome Helper"}, {"/Google Chrome.app/"}),
+      .chrome = guard({"Google Chrome", "Google Chrome Helper", "chrome"},
+                      {"/Google Chrome.app/", "/opt/google/chrome"}),
       .arc = guard({"Arc"}, {"/Arc.app/"}),
-      .brave = guard({"Brave Browser"}, {"/Brave Browser.app/"}),
-      .vivaldi = guard({"Vivaldi"}, {"/Vivaldi.app/"}),
+      .brave = guard({"Brave Browser", "brave"}, {"/Brave Browser.app/", "/opt/brave.com/"}),
+      .vivaldi = guard({"Vivaldi", "vivaldi-bin"}, {"/Vivaldi.app/", "/opt/vivaldi"}),
       .dia = guard({"Dia"}, {"/Dia.app/"}),
       .helium = guard({"Helium"}, {"/Helium.app/"}),
       .yandex = guard({"Yandex"}, {"/Yandex.app/"}),
       .qq = guard({"QQBrowser3"}, {}),
-      .firefox = guard({"firefox", "Firefox"}, {"/Firefox.app/"}),
-      .edge = guard({"Microsoft Edge"}, {}),
+      // Linux names processes by their executable's file name (never by
+      // the shortened command name, which is cut at 15 bytes).
+      .firefox = guard({"firefox", "Firefox", "firefox-esr", "firefox-bin"}, {"/Firefox.app/"}),
+      .edge = guard({"Microsoft Edge", "msedge"}, {"/opt/microsoft/msedge"}),
       .capCut = guard({"VideoFusion-macOS"}, {}),
       .finalCut = guard({"Final Cut Pro"}, {"/Final Cut Pro.app/"}),
       .resolve = guard({"Resolve"}, {"/DaVinci Resolve.app/"}),
+      .chromium = guard({"Chromium", "chromium"}, {"/usr/lib/chromium/"}),
+      .opera = guard({"Opera", "opera"}, {}),
+      .steam =
+          guard({"Steam", "steam", "steamwebhelper", "fossilize_replay"}, {"/steamapps/common/"}),
   };
 }
 
@@ -76,7 +93,7 @@ std::vector<RuleTarget> devToolCacheTargets() {
   addContents(t, "Bun cache", {"~/.bun/install/cache"});
   // The one developer root that is read item by item: a protected or
   // whitelisted sub-folder then drops out on its own.
-  t.push_back(target("~/.cache", Mode::topLevel()));
+  t.push_back(target("~/.cache", Mode::topLevel(linux_rows::excludedFromUserCache())));
   addContents(t, "Gradle build cache", {"~/.gradle/caches"});
   addContents(t, "Maven local repository", {"~/.m2/repository"});
   addContents(t, "Cargo cache", {"~/.cargo/registry/cache", "~/.cargo/git"});
@@ -155,7 +172,8 @@ std::vector<CleanupRule> coreRules(const Guards& g) {
           .title = "Old logs",
           .risk = RiskLevel::recommended,
           .explanation = "Logs older than 7 days, recreated when needed.",
-          .targets = {target("~/Library/Logs", Mode::oldFiles(7))},
+          .targets = withLinuxRows({target("~/Library/Logs", Mode::oldFiles(7))},
+                                   linux_rows::logTargets()),
       },
       CleanupRule{
           .id = "xcode-derived-data",
@@ -172,8 +190,8 @@ std::vector<CleanupRule> coreRules(const Guards& g) {
           .title = "Installers",
           .risk = RiskLevel::review,
           .explanation = "You may still need these; pick each one yourself.",
-          .targets = {target("~/Downloads",
-                             Mode::filesWithExtensions({"dmg", "pkg", "mpkg", "xip", "iso"}))},
+          .targets = {target("~/Downloads", Mode::filesWithExtensions({"dmg", "pkg", "mpkg", "xip",
+                                                                       "iso", "deb", "rpm"}))},
       },
       CleanupRule{
           .id = "dev-tool-caches",
@@ -435,7 +453,7 @@ std::vector<CleanupRule> applicationRules(const Guards& g) {
           .title = "Browser caches",
           .risk = RiskLevel::recommended,
           .explanation = "Cleaned while the browser is closed; history and logins untouched.",
-          .targets = browserCacheTargets(g),
+          .targets = withLinuxRows(browserCacheTargets(g), linux_rows::browserCacheTargets(g)),
       },
       CleanupRule{
           .id = "browser-old-versions",
@@ -451,7 +469,7 @@ std::vector<CleanupRule> applicationRules(const Guards& g) {
           .title = "App web caches",
           .risk = RiskLevel::recommended,
           .explanation = "Caches from Slack, Discord and more; accounts untouched.",
-          .targets = appDeepCacheTargets(),
+          .targets = withLinuxRows(appDeepCacheTargets(), linux_rows::appDeepCacheTargets()),
       },
       CleanupRule{
           .id = "video-project-caches",
@@ -576,7 +594,7 @@ std::vector<CleanupRule> makeRules() {
   const Guards& g = guards();
   std::vector<CleanupRule> all;
   for (std::vector<CleanupRule> list :
-       {coreRules(g), applicationRules(g), reportRules(), orphanRules()}) {
+       {coreRules(g), applicationRules(g), reportRules(), orphanRules(), linux_rows::rules(g)}) {
     for (CleanupRule& rule : list)
       all.push_back(std::move(rule));
   }

@@ -9,7 +9,8 @@
 namespace brisko::CleanupRuleCatalog {
 
 // Every rule Brisko knows, in display order: the core rules, the application
-// rules, the report-only rules and the orphan rule. Built once, on first use;
+// rules, the report-only rules, the orphan rule and the rules of Linux's own
+// places (thumbnails, Flatpak, Snap and Steam). Built once, on first use;
 // safe to read from any thread afterwards.
 const std::vector<CleanupRule>& rules();
 
@@ -19,10 +20,12 @@ std::vector<CleanupRule> rules(bool includeDownloadedInstallers);
 // The rule with this id, or null.
 const CleanupRule* rule(const std::string& id);
 
-// The guards the rules use, by the application they protect.
+// The guards the rules use, by the application they protect. The browsers'
+// guards name their Linux executables after their macOS names; the last three
+// guard Linux applications only.
 struct Guards {
   RuleGuard xcode, simulator, chrome, arc, brave, vivaldi, dia, helium, yandex, qq, firefox, edge,
-      capCut, finalCut, resolve;
+      capCut, finalCut, resolve, chromium, opera, steam;
 };
 const Guards& guards();
 

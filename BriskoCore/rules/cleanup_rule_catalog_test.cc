@@ -45,7 +45,7 @@ const std::vector<ExpectedRule>& expectedRules() {
   static const std::vector<ExpectedRule> rows = {
       {"user-caches", "userCache", "recommended", 1, "cleanup", "", "App caches", "",
        "Apps rebuild these on their own.", ""},
-      {"user-logs", "logs", "recommended", 1, "cleanup", "", "Old logs", "",
+      {"user-logs", "logs", "recommended", 10, "cleanup", "", "Old logs", "",
        "Logs older than 7 days, recreated when needed.", ""},
       {"xcode-derived-data", "developer", "recommended", 1, "cleanup", "Xcode", "Xcode caches", "",
        "Rebuilt on the next build.", ""},
@@ -60,11 +60,11 @@ const std::vector<ExpectedRule>& expectedRules() {
        "Simulator caches", "", "Rebuilt when a simulator starts; installed apps untouched.", ""},
       {"stale-tool-versions", "developer", "recommended", 3, "cleanup", "", "Old tool versions", "",
        "Left behind by updates; the version in use stays.", ""},
-      {"browser-caches", "userCache", "recommended", 87, "cleanup", "", "Browser caches", "",
+      {"browser-caches", "userCache", "recommended", 181, "cleanup", "", "Browser caches", "",
        "Cleaned while the browser is closed; history and logins untouched.", ""},
       {"browser-old-versions", "userCache", "recommended", 7, "cleanup", "", "Old browser versions",
        "", "Left after updates; the version in use is kept.", ""},
-      {"app-deep-caches", "userCache", "recommended", 7, "cleanup", "", "App web caches", "",
+      {"app-deep-caches", "userCache", "recommended", 18, "cleanup", "", "App web caches", "",
        "Caches from Slack, Discord and more; accounts untouched.", ""},
       {"video-project-caches", "userCache", "recommended", 16, "cleanup", "",
        "Video editing caches", "", "Render caches from CapCut and Final Cut, rebuilt on demand.",
@@ -89,6 +89,15 @@ const std::vector<ExpectedRule>& expectedRules() {
        "Clean up inside Docker or OrbStack"},
       {"orphaned-app-data", "userCache", "review", 3, "cleanup", "", "Uninstall leftovers", "",
        "The app is gone and unused for 30 days; check before selecting.", ""},
+      {"thumbnail-cache", "userCache", "recommended", 2, "cleanup", "", "Thumbnails", "",
+       "Previews of pictures and documents, made again when shown.", ""},
+      {"flatpak-app-caches", "userCache", "recommended", 1, "cleanup", "", "Flatpak app caches", "",
+       "Caches of Flatpak apps, cleaned while each app is closed.", ""},
+      {"snap-app-caches", "userCache", "recommended", 1, "cleanup", "", "Snap app caches", "",
+       "Caches of Snap apps, cleaned while each app is closed.", ""},
+      {"game-shader-caches", "userCache", "recommended", 4, "cleanup", "Steam",
+       "Game shader caches", "", "Compiled again when a game starts; games and saves untouched.",
+       ""},
   };
   return rows;
 }
@@ -100,36 +109,278 @@ const std::vector<ExpectedGuard>& expectedGuards() {
        {"Simulator", "com.apple.CoreSimulator.CoreSimulatorService", "simdiskimaged", "xcodebuild",
         "xctest", "XCTRunner"},
        {"/Simulator.app/"}},
-      {"Chrome", {"Google Chrome", "Google Chrome Helper"}, {"/Google Chrome.app/"}},
+      {"Chrome",
+       {"Google Chrome", "Google Chrome Helper", "chrome"},
+       {"/Google Chrome.app/", "/opt/google/chrome"}},
       {"Arc", {"Arc"}, {"/Arc.app/"}},
-      {"Brave", {"Brave Browser"}, {"/Brave Browser.app/"}},
-      {"Vivaldi", {"Vivaldi"}, {"/Vivaldi.app/"}},
+      {"Brave", {"Brave Browser", "brave"}, {"/Brave Browser.app/", "/opt/brave.com/"}},
+      {"Vivaldi", {"Vivaldi", "vivaldi-bin"}, {"/Vivaldi.app/", "/opt/vivaldi"}},
       {"Dia", {"Dia"}, {"/Dia.app/"}},
       {"Helium", {"Helium"}, {"/Helium.app/"}},
       {"Yandex", {"Yandex"}, {"/Yandex.app/"}},
       {"QQ", {"QQBrowser3"}, {}},
-      {"Firefox", {"firefox", "Firefox"}, {"/Firefox.app/"}},
-      {"Edge", {"Microsoft Edge"}, {}},
+      {"Firefox", {"firefox", "Firefox", "firefox-esr", "firefox-bin"}, {"/Firefox.app/"}},
+      {"Edge", {"Microsoft Edge", "msedge"}, {"/opt/microsoft/msedge"}},
       {"CapCut", {"VideoFusion-macOS"}, {}},
       {"Final Cut", {"Final Cut Pro"}, {"/Final Cut Pro.app/"}},
       {"Resolve", {"Resolve"}, {"/DaVinci Resolve.app/"}},
+      {"Chromium", {"Chromium", "chromium"}, {"/usr/lib/chromium/"}},
+      {"Opera", {"Opera", "opera"}, {}},
+      {"Steam", {"Steam", "steam", "steamwebhelper", "fossilize_replay"}, {"/steamapps/common/"}},
+      // Target guards named after their root's first wildcard.
+      {"Flatpak {1}", {}, {"/flatpak/app/{1}/"}},
+      {"Snap {1}", {}, {"/snap/{1}/"}},
   };
   return rows;
 }
 
+// A Linux home's places, by rule: each rule's come after its own rows.
+const std::vector<ExpectedTarget>& expectedLinuxTargets() {
+  static const std::vector<ExpectedTarget> rows = {
+      {"user-logs", "~/.xsession-errors.old", "oldFiles(7)", "X session errors", ""},
+      {"user-logs", "~/.local/share/xorg", "oldFiles(7)", "Xorg logs", ""},
+      {"user-logs", "~/.local/state/*/log", "oldFiles(7)", "{1} log", ""},
+      {"user-logs", "~/.local/state/*/logs", "oldFiles(7)", "{1} logs", ""},
+      {"user-logs", "~/.local/state/nvim/lsp.log", "oldFiles(7)", "Neovim language server log", ""},
+      {"user-logs", "~/.mozilla/firefox/Crash Reports/pending", "oldFiles(7)",
+       "Firefox crash reports", ""},
+      {"user-logs", "~/.mozilla/firefox/Crash Reports/submitted", "oldFiles(7)",
+       "Firefox crash reports", ""},
+      {"user-logs", "~/.config/mozilla/firefox/Crash Reports/pending", "oldFiles(7)",
+       "Firefox crash reports", ""},
+      {"user-logs", "~/.config/mozilla/firefox/Crash Reports/submitted", "oldFiles(7)",
+       "Firefox crash reports", ""},
+      {"browser-caches", "~/.cache/google-chrome*/*/Cache", "contents", "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.cache/google-chrome*/*/Code Cache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/GPUCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/DawnCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/GrShaderCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/GraphiteDawnCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/DawnGraphiteCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/DawnWebGPUCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/ShaderCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/GrShaderCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/GraphiteDawnCache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/component_crx_cache", "contents", "Chrome cache",
+       "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/extensions_crx_cache", "contents",
+       "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/Crash Reports/completed", "contents",
+       "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/OptGuideOnDeviceModel", "contents",
+       "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/OptGuideOnDeviceClassifierModel", "contents",
+       "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/optimization_guide_model_store", "contents",
+       "Chrome cache", "Chrome"},
+      {"browser-caches", "~/.config/google-chrome*/*/Service Worker/CacheStorage", "sw",
+       "Chrome cache", ""},
+      {"browser-caches", "~/.cache/chromium/*/Cache", "contents", "Chromium cache", "Chromium"},
+      {"browser-caches", "~/.cache/chromium/*/Code Cache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/GPUCache", "contents", "Chromium cache", "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/DawnCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/GrShaderCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/GraphiteDawnCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/DawnGraphiteCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/DawnWebGPUCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/ShaderCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/GrShaderCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/GraphiteDawnCache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/component_crx_cache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/extensions_crx_cache", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/Crash Reports/completed", "contents", "Chromium cache",
+       "Chromium"},
+      {"browser-caches", "~/.config/chromium/*/Service Worker/CacheStorage", "sw", "Chromium cache",
+       ""},
+      {"browser-caches", "~/.cache/BraveSoftware/Brave-Browser/*/Cache", "contents", "Brave cache",
+       "Brave"},
+      {"browser-caches", "~/.cache/BraveSoftware/Brave-Browser/*/Code Cache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/GPUCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/DawnCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/GrShaderCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/GraphiteDawnCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/DawnGraphiteCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/DawnWebGPUCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/ShaderCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/GrShaderCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/GraphiteDawnCache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/component_crx_cache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/extensions_crx_cache", "contents",
+       "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/Crash Reports/completed",
+       "contents", "Brave cache", "Brave"},
+      {"browser-caches", "~/.config/BraveSoftware/Brave-Browser/*/Service Worker/CacheStorage",
+       "sw", "Brave cache", ""},
+      {"browser-caches", "~/.cache/microsoft-edge*/*/Cache", "contents", "Edge cache", "Edge"},
+      {"browser-caches", "~/.cache/microsoft-edge*/*/Code Cache", "contents", "Edge cache", "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/GPUCache", "contents", "Edge cache", "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/DawnCache", "contents", "Edge cache", "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/GrShaderCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/GraphiteDawnCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/DawnGraphiteCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/DawnWebGPUCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/ShaderCache", "contents", "Edge cache", "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/GrShaderCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/GraphiteDawnCache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/component_crx_cache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/extensions_crx_cache", "contents", "Edge cache",
+       "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/Crash Reports/completed", "contents",
+       "Edge cache", "Edge"},
+      {"browser-caches", "~/.config/microsoft-edge*/*/Service Worker/CacheStorage", "sw",
+       "Edge cache", ""},
+      {"browser-caches", "~/.cache/vivaldi*/*/Cache", "contents", "Vivaldi cache", "Vivaldi"},
+      {"browser-caches", "~/.cache/vivaldi*/*/Code Cache", "contents", "Vivaldi cache", "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/GPUCache", "contents", "Vivaldi cache", "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/DawnCache", "contents", "Vivaldi cache", "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/GrShaderCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/GraphiteDawnCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/DawnGraphiteCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/DawnWebGPUCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/ShaderCache", "contents", "Vivaldi cache", "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/GrShaderCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/GraphiteDawnCache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/component_crx_cache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/extensions_crx_cache", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/Crash Reports/completed", "contents", "Vivaldi cache",
+       "Vivaldi"},
+      {"browser-caches", "~/.config/vivaldi*/*/Service Worker/CacheStorage", "sw", "Vivaldi cache",
+       ""},
+      {"browser-caches", "~/.cache/opera*/Cache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.cache/opera*/Code Cache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/GPUCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/DawnCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/GrShaderCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/GraphiteDawnCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/DawnGraphiteCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/DawnWebGPUCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/ShaderCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/GrShaderCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/GraphiteDawnCache", "contents", "Opera cache", "Opera"},
+      {"browser-caches", "~/.config/opera*/component_crx_cache", "contents", "Opera cache",
+       "Opera"},
+      {"browser-caches", "~/.config/opera*/extensions_crx_cache", "contents", "Opera cache",
+       "Opera"},
+      {"browser-caches", "~/.config/opera*/Crash Reports/completed", "contents", "Opera cache",
+       "Opera"},
+      {"browser-caches", "~/.config/opera*/Service Worker/CacheStorage", "sw", "Opera cache", ""},
+      {"browser-caches", "~/.cache/mozilla/firefox/*/cache2", "contents", "Firefox cache",
+       "Firefox"},
+      {"app-deep-caches", "~/.config",
+       "electron(BraveSoftware,chromium,google-chrome*,microsoft-edge*,opera*,vivaldi*)", "", ""},
+      {"app-deep-caches", "~/.var/app/*/config",
+       "electron(BraveSoftware,chromium,google-chrome*,microsoft-edge*,opera*,vivaldi*)", "", ""},
+      {"app-deep-caches", "~/snap/*/*/.config",
+       "electron(BraveSoftware,chromium,google-chrome*,microsoft-edge*,opera*,vivaldi*)", "", ""},
+      {"app-deep-caches", "~/.config/Code/CachedExtensions", "contents", "VS Code cache", ""},
+      {"app-deep-caches", "~/.config/Code/CachedExtensionVSIXs", "contents", "VS Code cache", ""},
+      {"app-deep-caches", "~/.config/Code/logs", "contents", "VS Code cache", ""},
+      {"app-deep-caches", "~/.config/Code/WebStorage/*/CacheStorage", "contents", "VS Code cache",
+       ""},
+      {"app-deep-caches", "~/.config/VSCodium/CachedExtensions", "contents", "VSCodium cache", ""},
+      {"app-deep-caches", "~/.config/VSCodium/CachedExtensionVSIXs", "contents", "VSCodium cache",
+       ""},
+      {"app-deep-caches", "~/.config/VSCodium/logs", "contents", "VSCodium cache", ""},
+      {"app-deep-caches", "~/.config/VSCodium/WebStorage/*/CacheStorage", "contents",
+       "VSCodium cache", ""},
+      {"thumbnail-cache", "~/.cache/thumbnails", "contents", "Thumbnails", ""},
+      {"thumbnail-cache", "~/.thumbnails", "contents", "Thumbnails", ""},
+      {"flatpak-app-caches", "~/.var/app/*/cache", "contents", "{1}", "Flatpak {1}"},
+      {"snap-app-caches", "~/snap/*/*/.cache", "contents", "{1}", "Snap {1}"},
+      {"game-shader-caches", "~/.local/share/Steam/steamapps/shadercache", "contents",
+       "Steam shader cache", ""},
+      {"game-shader-caches", "~/.steam/debian-installation/steamapps/shadercache", "contents",
+       "Steam shader cache", ""},
+      {"game-shader-caches",
+       "~/.var/app/com.valvesoftware.Steam/.local/share/Steam/steamapps/shadercache", "contents",
+       "Steam shader cache", ""},
+      {"game-shader-caches", "~/.var/app/com.valvesoftware.Steam/data/Steam/steamapps/shadercache",
+       "contents", "Steam shader cache", ""},
+  };
+  return rows;
+}
+
+const std::vector<ExpectedTarget>& designTargets();
+
+// Every target in catalog order: each rule's rows, then its Linux rows.
 const std::vector<ExpectedTarget>& expectedTargets() {
+  static const std::vector<ExpectedTarget> rows = [] {
+    std::vector<ExpectedTarget> all;
+    for (const ExpectedRule& rule : expectedRules()) {
+      for (const auto* list : {&designTargets(), &expectedLinuxTargets()}) {
+        for (const ExpectedTarget& target : *list) {
+          if (std::string(target.rule) == rule.id) all.push_back(target);
+        }
+      }
+    }
+    return all;
+  }();
+  return rows;
+}
+
+const std::vector<ExpectedTarget>& designTargets() {
   static const std::vector<ExpectedTarget> rows = {
       {"user-caches", "~/Library/Caches", "topLevel", "", ""},
       {"user-logs", "~/Library/Logs", "oldFiles(7)", "", ""},
       {"xcode-derived-data", "~/Library/Developer/Xcode/DerivedData", "topLevel", "", ""},
-      {"downloaded-installers", "~/Downloads", "extensions(dmg,iso,mpkg,pkg,xip)", "", ""},
+      {"downloaded-installers", "~/Downloads", "extensions(deb,dmg,iso,mpkg,pkg,rpm,xip)", "", ""},
       {"dev-tool-caches", "~/.npm/_cacache", "contents", "npm cache", ""},
       {"dev-tool-caches", "~/.npm/_npx", "contents", "npm cache", ""},
       {"dev-tool-caches", "~/.npm/_logs", "contents", "npm cache", ""},
       {"dev-tool-caches", "~/.npm/_prebuilds", "contents", "npm cache", ""},
       {"dev-tool-caches", "~/.yarn/cache", "contents", "Yarn cache", ""},
       {"dev-tool-caches", "~/.bun/install/cache", "contents", "Bun cache", ""},
-      {"dev-tool-caches", "~/.cache", "topLevel", "", ""},
+      {"dev-tool-caches", "~/.cache",
+       "topLevel(BraveSoftware,chromium,google-chrome*,huggingface,lm-studio,microsoft-edge*,"
+       "mozilla,opera*,thumbnails,vivaldi*)",
+       "", ""},
       {"dev-tool-caches", "~/.gradle/caches", "contents", "Gradle build cache", ""},
       {"dev-tool-caches", "~/.m2/repository", "contents", "Maven local repository", ""},
       {"dev-tool-caches", "~/.cargo/registry/cache", "contents", "Cargo cache", ""},
@@ -488,7 +739,10 @@ std::string joined(const auto& items, const char* separator) {
 std::string describe(const RuleTargetMode& mode) {
   using Mode = RuleTargetMode;
   if (mode.as<Mode::Contents>()) return "contents";
-  if (mode.as<Mode::TopLevel>()) return "topLevel";
+  if (auto* m = mode.as<Mode::TopLevel>()) {
+    if (m->excludedEntries.empty()) return "topLevel";
+    return "topLevel(" + joined(m->excludedEntries, ",") + ")";
+  }
   if (mode.as<Mode::ServiceWorkerCacheStorage>()) return "sw";
   if (auto* m = mode.as<Mode::OldFiles>()) return "oldFiles(" + std::to_string(m->days) + ")";
   if (auto* m = mode.as<Mode::FilesWithExtensions>()) {
@@ -534,8 +788,8 @@ std::string labelsOf(const std::vector<RuleGuard>& guards) {
 
 TEST(CleanupRuleCatalog, RulesStandInOrderWithTheirTexts) {
   const auto& rules = CleanupRuleCatalog::rules();
-  ASSERT_EQ(rules.size(), 19u);
-  ASSERT_EQ(expectedRules().size(), 19u);
+  ASSERT_EQ(rules.size(), 23u);
+  ASSERT_EQ(expectedRules().size(), 23u);
   for (size_t i = 0; i < rules.size(); ++i) {
     const CleanupRule& rule = rules[i];
     const ExpectedRule& expected = expectedRules()[i];
@@ -563,9 +817,10 @@ TEST(CleanupRuleCatalog, RulesStandInOrderWithTheirTexts) {
 TEST(CleanupRuleCatalog, GuardsNameTheirProcesses) {
   const auto& g = CleanupRuleCatalog::guards();
   const std::vector<const RuleGuard*> inOrder = {
-      &g.xcode,  &g.simulator, &g.chrome,  &g.arc,  &g.brave,  &g.vivaldi,  &g.dia,    &g.helium,
-      &g.yandex, &g.qq,        &g.firefox, &g.edge, &g.capCut, &g.finalCut, &g.resolve};
-  ASSERT_EQ(expectedGuards().size(), inOrder.size());
+      &g.xcode,  &g.simulator, &g.chrome,  &g.arc,      &g.brave,   &g.vivaldi,
+      &g.dia,    &g.helium,    &g.yandex,  &g.qq,       &g.firefox, &g.edge,
+      &g.capCut, &g.finalCut,  &g.resolve, &g.chromium, &g.opera,   &g.steam};
+  ASSERT_EQ(expectedGuards().size(), inOrder.size() + 2) << "and the two named by their root";
   for (size_t i = 0; i < inOrder.size(); ++i) {
     SCOPED_TRACE(expectedGuards()[i].label);
     EXPECT_EQ(inOrder[i]->names, expectedGuards()[i].names);
@@ -614,15 +869,15 @@ TEST(CleanupRuleCatalog, ServiceWorkerRowsKeepTheEighteenWebApps) {
       EXPECT_EQ(target.guards.size(), 1u) << target.path;
     }
   }
-  // Chrome, Arc (two), Brave, Vivaldi and Dia.
-  EXPECT_EQ(serviceWorkerRows, 6);
+  // Chrome, Arc (two), Brave, Vivaldi and Dia; then Linux's six chromium browsers.
+  EXPECT_EQ(serviceWorkerRows, 12);
 }
 
 TEST(CleanupRuleCatalog, InstallersCanBeLeftOutKeepingTheOrder) {
   const auto all = CleanupRuleCatalog::rules(true);
   EXPECT_EQ(all, CleanupRuleCatalog::rules());
   const auto without = CleanupRuleCatalog::rules(false);
-  ASSERT_EQ(without.size(), 18u);
+  ASSERT_EQ(without.size(), 22u);
   std::vector<std::string> expectedIDs;
   for (const ExpectedRule& rule : expectedRules()) {
     if (std::string(rule.id) != "downloaded-installers") expectedIDs.push_back(rule.id);

@@ -62,6 +62,11 @@ bool isSymbolicLink(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+bool isRegularFileNoFollow(const std::string& path) {
+  struct stat status;
+  return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isDirectoryNoFollow(const std::string& path) {
   struct stat status;
   return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -74,6 +79,7 @@ void addTotals(Measurement& measurement, const TreeTotals& totals) {
   measurement.skippedProtected += totals.skippedProtected;
   measurement.skippedWhitelisted += totals.skippedWhitelisted;
   measurement.skippedInvalid += totals.skippedInvalid;
+  measurement.foldersTooDeep += totals.foldersTooDeep;
 }
 
 void addSkips(Measurement& measurement, const TreeTotals& totals) {
@@ -81,6 +87,7 @@ void addSkips(Measurement& measurement, const TreeTotals& totals) {
   measurement.skippedProtected += totals.skippedProtected;
   measurement.skippedWhitelisted += totals.skippedWhitelisted;
   measurement.skippedInvalid += totals.skippedInvalid;
+  measurement.foldersTooDeep += totals.foldersTooDeep;
 }
 
 void addMeasurement(Measurement& total, Measurement&& part) {
@@ -90,6 +97,7 @@ void addMeasurement(Measurement& total, Measurement&& part) {
   total.skippedProtected += part.skippedProtected;
   total.skippedWhitelisted += part.skippedWhitelisted;
   total.skippedInvalid += part.skippedInvalid;
+  total.foldersTooDeep += part.foldersTooDeep;
   for (ScanFindingItem& item : part.detailItems)
     total.detailItems.push_back(std::move(item));
   total.permissionDenied = total.permissionDenied || part.permissionDenied;
@@ -125,20 +133,32 @@ class RootMeasurer {
 
   Measurement measure(const std::string& root) {
     Measurement m;
+    // A root that is a link, or is reached through one below the home, is
+    // one skip and nothing more: the plan refuses it the same way.
+    if (Runtime::isLinkedRoot(root, evaluator_.homeDirectory)) {
+      ++m.skippedInvalid;
+      return m;
+    }
     const Mode& mode = target_.mode;
     switch (mode.kind()) {
       case Mode::Case::topLevel:
-        measureTopLevel(root, m, std::nullopt, nullptr);
+        measureTopLevel(root, m, std::nullopt, nullptr,
+                        &mode.as<Mode::TopLevel>()->excludedEntries);
         break;
       case Mode::Case::oldFiles: {
         const auto days = mode.as<Mode::OldFiles>()->days;
         const Date limit =
             evaluator_.now + std::chrono::seconds(std::int64_t{days} * -24 * 60 * 60);
-        measureTopLevel(root, m, limit, nullptr);
+        if (isRegularFileNoFollow(root)) {
+          measureOldFile(root, limit, m);
+        } else {
+          measureTopLevel(root, m, limit, nullptr, nullptr);
+        }
         break;
       }
       case Mode::Case::filesWithExtensions:
-        measureTopLevel(root, m, std::nullopt, &mode.as<Mode::FilesWithExtensions>()->extensions);
+        measureTopLevel(root, m, std::nullopt, &mode.as<Mode::FilesWithExtensions>()->extensions,
+                        nullptr);
         break;
       case Mode::Case::contents:
         measureContents(root, m);
@@ -224,11 +244,13 @@ class RootMeasurer {
   }
 
   void measureTopLevel(const std::string& root, Measurement& m, std::optional<Date> modifiedBefore,
-                       const std::set<std::string>* extensions) const {
+                       const std::set<std::string>* extensions,
+                       const std::set<std::string>* excluded) const {
     const auto entries = listRoot(root, m);
     if (!entries) return;
     for (const auto& entry : *entries) {
       if (evaluator_.isCancelled()) return;
+      if (excluded != nullptr && Runtime::isExcludedEntry(entry.name, *excluded)) continue;
       const std::string extension = lowercasedPathExtension(entry.name);
       if (extensions != nullptr && !extensions->contains(extension)) continue;
       const TreeTotals totals = walk(entry.path, modifiedBefore, applySafetyPolicy());
@@ -239,12 +261,26 @@ class RootMeasurer {
       if (extensions != nullptr) {
         title = entry.name;
         subtitle = uppercasedAscii(extension);
+      } else if (target_.itemTitle) {
+        // A Linux log folder's files are named by the folder's title.
+        title = *target_.itemTitle;
+        subtitle = entry.name;
       } else {
         title = CleanupRuleEvaluator::displayName(entry.name, rule_.kind);
         subtitle = rule_.kind == FindingKind::installer ? uppercasedAscii(extension) : entry.name;
       }
       m.detailItems.push_back(item(entry.path, std::move(title), std::move(subtitle), totals));
     }
+  }
+
+  // An old-files root that is itself a file (a log beside others' data) is
+  // one item when it is old enough.
+  void measureOldFile(const std::string& root, Date modifiedBefore, Measurement& m) const {
+    const TreeTotals totals = walk(root, modifiedBefore, applySafetyPolicy());
+    addTotals(m, totals);
+    if (totals.bytes < 1) return;
+    const std::string name = lastPathComponent(root);
+    m.detailItems.push_back(item(root, target_.itemTitle.value_or(name), name, totals));
   }
 
   void measureContents(const std::string& root, Measurement& m) const {
@@ -282,7 +318,7 @@ class RootMeasurer {
     TreeTotals sum;
     for (const auto& entry : *entries) {
       if (!entry.valuesReadable || entry.isSymbolicLink || !entry.isDirectory) continue;
-      if (Runtime::isProtectedDomain(entry.name, domains)) continue;
+      if (Runtime::isProtectedServiceWorkerFolder(entry.path, domains)) continue;
       if (!admitted(policy_, entry.path, m)) continue;
       sum += walk(entry.path, std::nullopt, applySafetyPolicy());
     }
@@ -298,7 +334,7 @@ class RootMeasurer {
     if (!entries) return;
     for (const auto& entry : *entries) {
       if (evaluator_.isCancelled()) return;
-      if (excluded.contains(entry.name)) continue;
+      if (Runtime::isExcludedEntry(entry.name, excluded)) continue;
       if (!entry.valuesReadable || entry.isSymbolicLink || !entry.isDirectory) continue;
       if (!admitted(policy_, entry.path, m)) continue;
       TreeTotals sum;
@@ -431,28 +467,35 @@ Measurement CleanupRuleEvaluator::measure(const CleanupRule& rule,
   // Loaded per measurement, so that a changed whitelist counts from the next scan on.
   const PathSafetyPolicy policy = PathSafetyPolicy::loadingWhitelistFor(homeDirectory);
   Measurement total;
+  const auto checkGuards = [&](const RuleTarget& target) {
+    const std::vector<RuleGuard> effective = rule.effectiveGuards(target);
+    if (!Runtime::isGuardHit(effective, processes)) return;
+    total.guardBlocked = true;
+    total.isPartial = true;
+    addWarningOnce(total.guardWarnings,
+                   Runtime::guardWarning(Runtime::guardAppName(effective),
+                                         target.itemTitle.value_or(rule.title)));
+    if (!rule.guards.empty() && Runtime::isGuardHit(rule.guards, processes)) {
+      addWarningOnce(total.guardWarnings,
+                     Runtime::guardWarning(Runtime::guardAppName(rule.guards), rule.title));
+    }
+  };
   for (const RuleTarget& target : rule.targets) {
     if (isCancelled()) break;
-    const std::vector<RuleGuard> effective = rule.effectiveGuards(target);
-    if (Runtime::isGuardHit(effective, processes)) {
-      total.guardBlocked = true;
-      total.isPartial = true;
-      addWarningOnce(total.guardWarnings,
-                     Runtime::guardWarning(Runtime::guardAppName(effective),
-                                           target.itemTitle.value_or(rule.title)));
-      if (!rule.guards.empty() && Runtime::isGuardHit(rule.guards, processes)) {
-        addWarningOnce(total.guardWarnings,
-                       Runtime::guardWarning(Runtime::guardAppName(rule.guards), rule.title));
-      }
-    }
+    // A target named after its roots (a Flatpak app's cache) is guarded per
+    // root; any other is judged once, found or not.
+    const bool perRoot = Runtime::dependsOnRoot(target);
+    if (!perRoot) checkGuards(target);
     if (const auto* presence = target.mode.as<Mode::AppBundlePresence>()) {
       addMeasurement(total, measurePresence(rule, *presence, homeDirectory));
       if (onRootMeasured) onRootMeasured();
       continue;
     }
-    RootMeasurer measurer(*this, rule, target, policy);
     for (const std::string& root : Runtime::expandedRoots(target, homeDirectory)) {
       if (isCancelled()) break;
+      const RuleTarget rooted = Runtime::targetForRoot(target, root, homeDirectory);
+      if (perRoot) checkGuards(rooted);
+      RootMeasurer measurer(*this, rule, rooted, policy);
       addMeasurement(total, measurer.measure(root));
       if (onRootMeasured) onRootMeasured();
     }

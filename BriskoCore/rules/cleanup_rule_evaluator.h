@@ -39,6 +39,7 @@ struct Measurement {
   std::vector<std::string> guardWarnings;  // engine texts, each once
   bool presenceDetected = false;
   bool inventoryIncomplete = false;
+  std::int64_t foldersTooDeep = 0;  // left unmeasured below the walks' depth
 
   bool operator==(const Measurement&) const = default;
 };

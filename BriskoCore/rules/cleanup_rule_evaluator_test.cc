@@ -11,6 +11,7 @@
 
 #include "protocol/guard_warning_text.h"
 #include "rules/cleanup_rule_catalog.h"
+#include "rules/cleanup_rule_runtime.h"
 #include "rules/concurrent_scan.h"
 #include "rules/orphan_detection.h"
 #include "rules/stub_spotlight_resolver.h"
@@ -94,7 +95,8 @@ TEST_F(EvaluatorOnSampleHome, ModesMeasureWhatTheirRulesPromise) {
             allocatedBytesBelow(at("Library/Logs/com.example.Sync/sync-2024-01.log")));
 
   const auto installers = rows(evaluator().measure(rule("downloaded-installers")));
-  EXPECT_EQ(installers.size(), 3u);
+  EXPECT_EQ(installers.size(), 5u) << "the .deb and the .rpm join; the AppImage is a program";
+  EXPECT_EQ(installers.count("Editor-x86_64.AppImage | APPIMAGE"), 0u);
   EXPECT_EQ(installers.at("Docker.dmg | DMG"), allocatedBytesBelow(at("Downloads/Docker.dmg")));
 
   const auto devices = rows(evaluator().measure(rule("xcode-device-support")));
@@ -113,12 +115,17 @@ TEST_F(EvaluatorOnSampleHome, ModesMeasureWhatTheirRulesPromise) {
                 allocatedBytesBelow(
                     at(chrome + "Service Worker/CacheStorage/77aa01_https_mail.google.com")));
   EXPECT_EQ(browsers.at("Firefox cache | cache2"),
-            allocatedBytesBelow(at("Library/Application Support/Firefox/Profiles")));
+            allocatedBytesBelow(at("Library/Application Support/Firefox/Profiles")) +
+                allocatedBytesBelow(at(".cache/mozilla/firefox")));
 
-  const Measurement electron = evaluator().measure(rule("app-deep-caches"));
+  Measurement electron = evaluator().measure(rule("app-deep-caches"));
+  // The Linux half's rows are checked on their own below.
+  std::erase_if(electron.detailItems, [](const ScanFindingItem& item) {
+    return item.path.find("/Library/") == std::string::npos;
+  });
   ASSERT_EQ(electron.detailItems.size(), 1u) << "Notion's lone Cache folder doesn't qualify";
   EXPECT_EQ(electron.detailItems[0].title, "Slack");
-  EXPECT_EQ(electron.bytes,
+  EXPECT_EQ(electron.detailItems[0].bytes,
             allocatedBytesBelow(at("Library/Application Support/Slack")) -
                 allocatedBytesBelow(at("Library/Application Support/Slack/storage")));
 
@@ -126,7 +133,7 @@ TEST_F(EvaluatorOnSampleHome, ModesMeasureWhatTheirRulesPromise) {
   const auto mail = rows(evaluator().measure(rule("report-mail-data")));
   EXPECT_EQ(mail.at("Mail data | Mail"), allocatedBytesBelow(at("Library/Mail")));
   const auto models = rows(evaluator().measure(rule("report-ai-models")));
-  EXPECT_EQ(models.size(), 2u);
+  EXPECT_EQ(models.size(), 3u) << "Ollama, Hugging Face and LM Studio's cache in ~/.cache";
 
   // ~/.cache is read item by item; the whitelisted Hugging Face cache and the
   // link out of the home fall out, the whitelisted Gradle cache measures nothing.
@@ -200,11 +207,12 @@ TEST_F(EvaluatorOnSampleHome, WorkItemsCountEveryPlannedStep) {
   EXPECT_EQ(count("user-caches"), 1);
   EXPECT_EQ(count("dev-tool-caches"), 38) << "missing fixed places still count";
   EXPECT_EQ(count("report-container-vms"), 1);
-  // Pattern targets count only their matches: Chrome's two profiles for each P row.
+  // Pattern targets count only their matches: Chrome's two profiles for each P row,
+  // and Chromium's one on Linux.
   const auto codeCaches = std::count_if(all.begin(), all.end(), [](const auto& w) {
     return w.root.ends_with("/Code Cache") && w.rule.id == "browser-caches";
   });
-  EXPECT_EQ(codeCaches, 2);
+  EXPECT_EQ(codeCaches, 3);
 }
 
 TEST_F(EvaluatorOnSampleHome, ConcurrentScanGivesEachRuleItsOwnMeasurementInRuleOrder) {
@@ -236,7 +244,7 @@ TEST_F(EvaluatorOnSampleHome, ConcurrentScanGivesEachRuleItsOwnMeasurementInRule
   const auto order = ConcurrentScan::schedulingOrder(rules);
   EXPECT_EQ(rules[order[0]].id, "app-deep-caches");
   EXPECT_EQ(rules[order[1]].id, "user-caches");
-  EXPECT_EQ(rules[order.back()].id, "report-container-vms") << "weight 0, last in the catalog";
+  EXPECT_EQ(rules[order.back()].id, "game-shader-caches") << "weight 0, last in the catalog";
 }
 
 TEST(CleanupRuleEvaluator, OrphanRuleNeedsACompleteInventoryAndAClearAnswer) {
@@ -280,6 +288,140 @@ TEST(CleanupRuleEvaluator, DisplayNamesOfTopLevelChildren) {
             "App-abcdefghijklmnopqrst")
       << "20 characters after the dash are no hash";
   EXPECT_EQ(E::displayName("com.google.Chrome", FindingKind::installer), "com.google.Chrome");
+}
+
+}  // namespace
+}  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// The Linux half of the sample home: each place in its finding, titled, with
+// the allocated bytes of what it names, and no file in two items.
+TEST_F(EvaluatorOnSampleHome, ALinuxHomesPlacesStandInTheirFindingsOnceWithTheirBytes) {
+  struct Place {
+    const char* rule;
+    std::string item;  // the item's path below the home
+    const char* title;
+    std::vector<std::string> measured;  // what its bytes are; the item itself when empty
+  };
+  const std::string sw = ".config/chromium/Default/Service Worker/CacheStorage";
+  const std::vector<Place> places = {
+      {"browser-caches", ".cache/chromium/Default/Cache", "Chromium cache", {}},
+      {"browser-caches", ".cache/chromium/Default/Code Cache", "Chromium cache", {}},
+      {"browser-caches", ".config/chromium/Default/GPUCache", "Chromium cache", {}},
+      {"browser-caches", ".config/chromium/Default/DawnWebGPUCache", "Chromium cache", {}},
+      {"browser-caches", ".config/chromium/component_crx_cache", "Chromium cache", {}},
+      {"browser-caches", ".config/chromium/Crash Reports/completed", "Chromium cache", {}},
+      // Only the origin whose index names no protected web app.
+      {"browser-caches", sw, "Chromium cache", {sw + "/5e1d0f2a9b8c7d6e5f4a3b2c1d0e9f8a7b6c5d4e"}},
+      {"browser-caches", ".cache/google-chrome/Profile 1/Cache", "Chrome cache", {}},
+      {"browser-caches", ".config/google-chrome/Profile 1/GPUCache", "Chrome cache", {}},
+      {"browser-caches", ".config/google-chrome/OptGuideOnDeviceModel", "Chrome cache", {}},
+      {"browser-caches", ".cache/mozilla/firefox/ab12cd34.default-esr/cache2", "Firefox cache", {}},
+      {"app-deep-caches",
+       ".config/Slack",
+       "Slack",
+       {".config/Slack/Code Cache", ".config/Slack/GPUCache", ".config/Slack/Cache"}},
+      {"app-deep-caches", ".config/Code", "Code", {".config/Code/Code Cache"}},
+      {"app-deep-caches", ".config/Code/CachedExtensionVSIXs", "VS Code cache", {}},
+      {"app-deep-caches", ".config/Code/logs", "VS Code cache", {}},
+      {"app-deep-caches",
+       ".var/app/com.discordapp.Discord/config/discord",
+       "discord",
+       {".var/app/com.discordapp.Discord/config/discord/Code Cache",
+        ".var/app/com.discordapp.Discord/config/discord/GPUCache"}},
+      {"flatpak-app-caches", ".var/app/org.gnome.Maps/cache", "org.gnome.Maps", {}},
+      {"flatpak-app-caches", ".var/app/com.spotify.Client/cache", "com.spotify.Client", {}},
+      {"snap-app-caches", "snap/firefox/common/.cache", "firefox", {}},
+      {"snap-app-caches", "snap/firefox/4200/.cache", "firefox", {}},
+      {"thumbnail-cache", ".cache/thumbnails", "Thumbnails", {}},
+      {"game-shader-caches", ".local/share/Steam/steamapps/shadercache", "Steam shader cache", {}},
+      {"user-logs", ".xsession-errors.old", "X session errors", {}},
+      {"user-logs", ".local/share/xorg/Xorg.0.log.old", "Xorg logs", {}},
+      {"user-logs", ".local/state/nvim/log", "nvim log", {}},
+      {"user-logs", ".local/state/nvim/lsp.log", "Neovim language server log", {}},
+      {"user-logs", ".local/state/syncthing/logs/2024-05.log", "syncthing logs", {}},
+      {"user-logs", ".mozilla/firefox/Crash Reports/pending/3c4d.dmp", "Firefox crash reports", {}},
+      {"user-logs",
+       ".mozilla/firefox/Crash Reports/submitted/bp-5e6f.txt",
+       "Firefox crash reports",
+       {}},
+      {"downloaded-installers", "Downloads/code_1.90.0_amd64.deb", "code_1.90.0_amd64.deb", {}},
+      {"downloaded-installers", "Downloads/tool-2.0-1.x86_64.rpm", "tool-2.0-1.x86_64.rpm", {}},
+      {"dev-tool-caches", ".cache/pip", "pip", {}},
+  };
+  const auto e = evaluator();
+  std::map<std::string, Measurement> measured;
+  for (const CleanupRule& r : CleanupRuleCatalog::rules()) {
+    if (r.action == RuleAction::cleanup) measured[r.id] = e.measure(r);
+  }
+  for (const Place& place : places) {
+    SCOPED_TRACE(place.item);
+    const auto& items = measured.at(place.rule).detailItems;
+    const auto found = std::find_if(items.begin(), items.end(),
+                                    [&](const auto& item) { return item.path == at(place.item); });
+    ASSERT_NE(found, items.end()) << place.rule;
+    EXPECT_EQ(found->title, place.title);
+    EXPECT_FALSE(found->subtitle.empty());
+    std::int64_t bytes = 0;
+    for (const std::string& part :
+         place.measured.empty() ? std::vector<std::string>{place.item} : place.measured) {
+      bytes += allocatedBytesBelow(at(part));
+    }
+    EXPECT_EQ(found->bytes, bytes);
+  }
+
+  // No item holds another's file: no path twice, none inside another. An
+  // application's web cache row stands for its cache folders only.
+  std::vector<std::pair<std::string, std::string>> all;
+  for (const auto& [id, m] : measured) {
+    for (const auto& item : m.detailItems) {
+      if (item.subtitle != "App web cache") {
+        all.emplace_back(item.path, id);
+        continue;
+      }
+      for (const std::string& folder : CleanupRuleRuntime::electronCacheFolders(item.path))
+        all.emplace_back(folder, id);
+    }
+  }
+  std::sort(all.begin(), all.end());
+  for (size_t i = 1; i < all.size(); ++i) {
+    EXPECT_NE(all[i].first, all[i - 1].first) << all[i].second << " and " << all[i - 1].second;
+    EXPECT_FALSE(all[i].first.starts_with(all[i - 1].first + "/"))
+        << all[i].first << " (" << all[i].second << ") inside " << all[i - 1].second;
+  }
+  // What other rules own or nobody may touch stays out of ~/.cache's rows.
+  for (const auto& item : measured.at("dev-tool-caches").detailItems) {
+    for (const char* owned : {"chromium", "google-chrome", "mozilla", "thumbnails", "lm-studio",
+                              "JetBrains", "ms-playwright"}) {
+      EXPECT_NE(item.title, owned);
+    }
+  }
+  EXPECT_FALSE(measured.at("user-logs").detailItems.empty());
+  for (const auto& item : measured.at("user-logs").detailItems) {
+    EXPECT_NE(item.path, at(".local/share/xorg/Xorg.0.log")) << "a fresh log stays";
+    EXPECT_NE(item.path, at(".mozilla/firefox/Crash Reports/pending/fresh.dmp"));
+  }
+}
+
+TEST_F(EvaluatorOnSampleHome, FlatpakAndSnapCachesAreGuardedByTheirOwnApplication) {
+  const RunningProcesses maps =
+      std::vector<RunningProcess>{{"gnome-maps", "/flatpak/app/org.gnome.Maps/app/bin/gnome-maps"},
+                                  {"firefox", "/snap/firefox/4200/usr/lib/firefox/firefox"}};
+  for (const char* id : {"flatpak-app-caches", "snap-app-caches"}) {
+    const Measurement running = evaluator(maps).measure(rule(id));
+    EXPECT_TRUE(running.guardBlocked) << id;
+    ASSERT_EQ(running.guardWarnings.size(), 1u) << id;
+    const std::string title = GuardWarningText::guardedTitle(running.guardWarnings[0]).value_or("");
+    EXPECT_TRUE(title == "org.gnome.Maps" || title == "firefox") << title;
+  }
+  const RunningProcesses other =
+      std::vector<RunningProcess>{{"spotify", "/flatpak/app/com.spotify.Client/app/bin/spotify"}};
+  const auto warnings = evaluator(other).measure(rule("flatpak-app-caches")).guardWarnings;
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_EQ(GuardWarningText::guardedTitle(warnings[0]), "com.spotify.Client");
+  EXPECT_FALSE(evaluator().measure(rule("flatpak-app-caches")).guardBlocked);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,6 +57,32 @@ const std::vector<std::string>& secondaryCacheFolderNames();
 
 // True if the lower-cased name contains one of the lower-cased domains.
 bool isProtectedDomain(std::string_view name, const std::vector<std::string>& domains);
+
+// Whether a per-origin folder of a CacheStorage root is kept: its name or its
+// index.txt (where the origin is written, as the name is only a hash) holds a
+// protected domain, or its index.txt can't be read as a regular file.
+bool isProtectedServiceWorkerFolder(const std::string& folder,
+                                    const std::vector<std::string>& domains);
+
+// Whether `name` matches one of the fnmatch patterns of an excluded-entries set.
+bool isExcludedEntry(std::string_view name, const std::set<std::string>& excludedEntries);
+
+// The name that the first wildcard component of the target's pattern matched
+// in `root` (a root the pattern expanded to); none for a pattern without one.
+std::optional<std::string> firstWildcardMatch(const RuleTarget& target, std::string_view root,
+                                              std::string_view home);
+
+// The target as it stands for one of its roots: "{1}" in its item title and
+// in its guards becomes the name its first wildcard matched there.
+RuleTarget targetForRoot(const RuleTarget& target, std::string_view root, std::string_view home);
+
+// Whether the target's title or guards depend on the root ("{1}").
+bool dependsOnRoot(const RuleTarget& target);
+
+// True when `root` is a symbolic link or, where it lies below `home`, some
+// folder between the home and it is one. Nothing is offered from such a root:
+// a cache folder linked to another place may lead anywhere.
+bool isLinkedRoot(std::string_view root, std::string_view home);
 
 // True when a guard is hit. An absent process list hits every non-empty guard
 // list: nothing guarded is offered while it can't be told what is running.

@@ -328,3 +328,89 @@ TEST_F(CleanupRuleRuntimeTest, PermissionDenialAsAnOrdinaryUser) {
 
 }  // namespace
 }  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// A service worker's folder is named by a hash; its index names the origin.
+TEST_F(CleanupRuleRuntimeTest, AServiceWorkerFolderIsKeptByTheOriginItsIndexNames) {
+  const std::vector<std::string> domains = {"docs.google.com", "figma.com"};
+  struct Case {
+    const char* name;
+    const char* index;  // null: no index at all
+    bool kept;
+  };
+  const std::vector<Case> cases = {
+      {"c37a80b6", "\x12\x1dhttps://DOCS.google.com/\x1a", true},
+      {"5e1d0f2a", "\x12\x1dhttps://news.example.com/\x1a", false},
+      {"77aa01_https_figma.com", "\x12\x1dhttps://news.example.com/\x1a", true},
+      {"9f00d2e1", nullptr, true},
+  };
+  for (const Case& c : cases) {
+    const std::string folder = home.makeDirectory("storage/" + std::string(c.name));
+    if (c.index) home.writeFile("storage/" + std::string(c.name) + "/index.txt", c.index);
+    EXPECT_EQ(Runtime::isProtectedServiceWorkerFolder(folder, domains), c.kept) << c.name;
+  }
+  // An index that is a link or a FIFO is never read: kept, and no waiting.
+  const std::string linked = home.makeDirectory("storage/a1");
+  home.writeFile("elsewhere.txt", "https://news.example.com/");
+  home.makeSymlink("storage/a1/index.txt", home / "elsewhere.txt");
+  EXPECT_TRUE(Runtime::isProtectedServiceWorkerFolder(linked, domains));
+  const std::string fifo = home.makeDirectory("storage/b2");
+  ASSERT_EQ(::mkfifo((fifo + "/index.txt").c_str(), 0600), 0);
+  EXPECT_TRUE(Runtime::isProtectedServiceWorkerFolder(fifo, domains));
+}
+
+TEST_F(CleanupRuleRuntimeTest, TheFirstWildcardNamesTheTitleAndGuardsOfEachRoot) {
+  home.makeDirectory(".var/app/org.gnome.Maps/cache");
+  home.makeDirectory(".var/app/com.spotify.Client/cache");
+  const RuleTarget target{"~/.var/app/*/cache",
+                          RuleTargetMode::contents(),
+                          "{1}",
+                          {RuleGuard::processNotRunning({}, {"/flatpak/app/{1}/"})}};
+  EXPECT_TRUE(Runtime::dependsOnRoot(target));
+  EXPECT_FALSE(Runtime::dependsOnRoot(contentsTarget("~/.cache/*")));
+  const auto roots = Runtime::expandedRoots(target, home.path());
+  ASSERT_EQ(roots.size(), 2u);
+  const RuleTarget spotify = Runtime::targetForRoot(target, roots[0], home.path());
+  EXPECT_EQ(spotify.itemTitle, "com.spotify.Client");
+  EXPECT_EQ(spotify.guards[0].pathFragments[0], "/flatpak/app/com.spotify.Client/");
+  EXPECT_EQ(Runtime::targetForRoot(target, roots[1], home.path()).itemTitle, "org.gnome.Maps");
+  // Without "{1}" a target stands as it is for every root.
+  const RuleTarget plain = contentsTarget("~/.var/app/*/cache");
+  EXPECT_EQ(Runtime::targetForRoot(plain, roots[0], home.path()), plain);
+}
+
+TEST_F(CleanupRuleRuntimeTest, ARootIsLinkedWhenItOrAFolderBetweenItAndTheHomeIsALink) {
+  home.makeDirectory("Documents/inner");
+  home.makeDirectory("real/cache");
+  home.makeSymlink(".cache", home / "Documents");
+  home.makeSymlink("linked-cache", home / "real/cache");
+  home.makeDirectory("outside");
+  struct Case {
+    std::string root;
+    bool linked;
+  };
+  for (const Case& c : std::vector<Case>{{home / ".cache", true},
+                                         {home / ".cache/inner", true},
+                                         {home / "linked-cache", true},
+                                         {home / "real/cache", false},
+                                         {home / "missing/below", false},
+                                         {"/usr/lib", false}}) {
+    EXPECT_EQ(Runtime::isLinkedRoot(c.root, home.path()), c.linked) << c.root;
+  }
+  // Outside the home only the root itself counts.
+  EXPECT_TRUE(Runtime::isLinkedRoot(home / "linked-cache", "/nonexistent-home"));
+  EXPECT_FALSE(Runtime::isLinkedRoot(home / "linked-cache/x", "/nonexistent-home"));
+}
+
+TEST(CleanupRuleRuntime, ExcludedEntriesArePatterns) {
+  const std::set<std::string> excluded = {"google-chrome*", "mozilla"};
+  EXPECT_TRUE(Runtime::isExcludedEntry("google-chrome-beta", excluded));
+  EXPECT_TRUE(Runtime::isExcludedEntry("mozilla", excluded));
+  EXPECT_FALSE(Runtime::isExcludedEntry("mozilla-old", excluded));
+  EXPECT_FALSE(Runtime::isExcludedEntry("pip", excluded));
+}
+
+}  // namespace
+}  // namespace brisko

@@ -12,8 +12,7 @@ namespace brisko::rules_internal {
 namespace {
 
 Date dateOf(const struct timespec& time) {
-  return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(time.tv_sec) +
-                                                         std::chrono::nanoseconds(time.tv_nsec)));
+  return dateFromFileTime(time.tv_sec, time.tv_nsec);
 }
 
 }  // namespace

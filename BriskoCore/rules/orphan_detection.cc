@@ -29,9 +29,7 @@ int64_t allocatedBytes(const struct stat& status) {
 std::optional<Date> modificationDateOnDisk(const std::string& path) {
   struct stat status;
   if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
-  return Date(
-      std::chrono::duration_cast<Date::duration>(std::chrono::seconds(status.st_mtim.tv_sec) +
-                                                 std::chrono::nanoseconds(status.st_mtim.tv_nsec)));
+  return dateFromFileTime(status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ class OrphanJudgementTest : public ::testing::Test {
   PathSafetyPolicy policy;
   InstalledAppInventory inventory;
   StubSpotlightResolver spotlight;  // knows nothing: every identifier is "not installed"
-  Date now = std::chrono::system_clock::now();
+  Date now = currentDate();
 };
 
 TEST_F(OrphanJudgementTest, ThirtyDaysOfSilenceMakeAnOrphan) {
@@ -252,10 +252,9 @@ TEST(OrphanDetectionAsOrdinaryUser, AnUnreadableFolderIsReportedAsDenied) {
   if (home.empty()) GTEST_SKIP() << "runs only as a child of the permission test";
   ASSERT_NE(::geteuid(), 0u);
   const PathSafetyPolicy policy(home, {});
-  const auto scan =
-      OrphanDetection::scanRoot(home + "/Library/Caches", OrphanResource::caches,
-                                "orphaned-app-data", InstalledAppInventory::of({}, true),
-                                StubSpotlightResolver(), policy, std::chrono::system_clock::now());
+  const auto scan = OrphanDetection::scanRoot(
+      home + "/Library/Caches", OrphanResource::caches, "orphaned-app-data",
+      InstalledAppInventory::of({}, true), StubSpotlightResolver(), policy, currentDate());
   EXPECT_TRUE(scan.permissionDenied);
   EXPECT_TRUE(scan.detailItems.empty());
 }

@@ -39,7 +39,8 @@ struct RuleTargetMode {
     std::string currentSymlink;
     bool operator==(const KeepActiveAndNewer&) const = default;
   };
-  // Chromium-style cache folders inside each application's support folder.
+  // Chromium-style cache folders inside each application's support folder;
+  // the excluded entries are fnmatch patterns of application folder names.
   struct ElectronAppSupportCaches {
     std::set<std::string> excludedEntries;
     bool operator==(const ElectronAppSupportCaches&) const = default;
@@ -54,8 +55,10 @@ struct RuleTargetMode {
     OrphanResource resource = OrphanResource::caches;
     bool operator==(const OrphanedBundles&) const = default;
   };
-  // Each top-level item of the root is a detail item.
+  // Each top-level item of the root is a detail item, but for the entries
+  // that other rules own: names matched as fnmatch patterns.
   struct TopLevel {
+    std::set<std::string> excludedEntries;
     bool operator==(const TopLevel&) const = default;
   };
   // The whole root is one detail item.
@@ -110,7 +113,9 @@ struct RuleTargetMode {
   static RuleTargetMode orphanedBundles(OrphanResource resource) {
     return {OrphanedBundles{resource}};
   }
-  static RuleTargetMode topLevel() { return {TopLevel{}}; }
+  static RuleTargetMode topLevel(std::set<std::string> excludedEntries = {}) {
+    return {TopLevel{std::move(excludedEntries)}};
+  }
   static RuleTargetMode contents() { return {Contents{}}; }
 
   Case kind() const { return static_cast<Case>(payload.index()); }

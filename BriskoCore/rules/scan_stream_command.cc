@@ -103,7 +103,7 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
   std::atomic<bool>& stopFlag = stop != nullptr ? *stop : localStop;
 
   ScanReport report;
-  report.scannedAt = std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now());
+  report.scannedAt = currentDate();
   report.disk = volumeSnapshot(home);
 
   // Linux has no application bundles to take an inventory of, and its
@@ -137,6 +137,7 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
     ruleIndex[rules[i].id] = i;
   std::set<std::string> warningsSeen;
   std::int64_t leftOut = 0;
+  std::int64_t tooDeep = 0;
 
   ConcurrentScan::Callbacks callbacks;
   callbacks.onRuleBegan = [&](const CleanupRule& rule) {
@@ -154,6 +155,7 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
     if (stopFlag.load()) return;  // a stopped walk measured only part
     stream.emitLocked(
         progressEvent(ledger.finishedRule(rule.title, expectedRoots[rule.id], reported)));
+    tooDeep += measurement.foldersTooDeep;
     if (finding) finding = writableFinding(std::move(*finding), leftOut);
     if (finding) {
       ScanEvent event;
@@ -198,6 +200,16 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
   if (leftOut > 0) {
     std::string warning = EngineText::encoded(
         "%d places were left out because their names aren’t valid text", {std::to_string(leftOut)});
+    report.warnings.push_back(warning);
+    ScanEvent event;
+    event.kind = ScanEventKind::warning;
+    event.warning = std::move(warning);
+    stream.emit(std::move(event));
+  }
+  if (tooDeep > 0) {
+    std::string warning = EngineText::encoded(
+        "%d folders lie too deep to be measured; the sizes above them are partial",
+        {std::to_string(tooDeep)});
     report.warnings.push_back(warning);
     ScanEvent event;
     event.kind = ScanEventKind::warning;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "base/unicode_text.h"
+#include "platform/folder_walk.h"
 
 namespace brisko {
 
@@ -26,6 +27,7 @@ TreeTotals& TreeTotals::operator+=(const TreeTotals& other) {
   skippedProtected += other.skippedProtected;
   skippedWhitelisted += other.skippedWhitelisted;
   skippedInvalid += other.skippedInvalid;
+  foldersTooDeep += other.foldersTooDeep;
   return *this;
 }
 
@@ -53,8 +55,7 @@ struct EntryValues {
 };
 
 Date dateOf(const struct statx_timestamp& time) {
-  return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(time.tv_sec) +
-                                                         std::chrono::nanoseconds(time.tv_nsec)));
+  return dateFromFileTime(time.tv_sec, time.tv_nsec);
 }
 
 EntryValues statEntry(int directory, const char* name, bool wantsDate) {
@@ -97,7 +98,7 @@ class TreeWalker {
     if (result == VisitResult::descend) {
       {
         std::lock_guard lock(cond_);
-        pending_.push_back(root);
+        pending_.push_back({FolderHandle::root(root, /*followsLinkAtRoot=*/false), root});
       }
       workerLoop(worker);
     }
@@ -107,11 +108,16 @@ class TreeWalker {
   }
 
  private:
+  struct PendingFolder {
+    FolderHandle::Ptr handle;
+    std::string path;
+  };
+
   struct Worker {
     std::int64_t slice = 0;
     std::vector<char> buffer = std::vector<char>(kListingBufferSize);
     std::string path;
-    std::vector<std::string> children;
+    std::vector<PendingFolder> children;
   };
 
   bool wantsDate() const { return options_.modifiedBefore.has_value(); }
@@ -170,13 +176,13 @@ class TreeWalker {
     return VisitResult::done;
   }
 
-  std::optional<std::string> pop() {
+  std::optional<PendingFolder> pop() {
     std::unique_lock lock(cond_);
     while (true) {
       if (capped_) {
         if (inFlight_ == 0) return std::nullopt;
       } else if (!pending_.empty()) {
-        std::string next = std::move(pending_.back());
+        PendingFolder next = std::move(pending_.back());
         pending_.pop_back();
         ++inFlight_;
         return next;
@@ -202,7 +208,7 @@ class TreeWalker {
         pending_.clear();
       } else if (!capped_ && !worker.children.empty()) {
         const size_t heldBeforeLastPush = pending_.size() + worker.children.size() - 1;
-        for (std::string& child : worker.children)
+        for (PendingFolder& child : worker.children)
           pending_.push_back(std::move(child));
         if (heldBeforeLastPush >= 3) spawnHelpersLocked();
       }
@@ -213,15 +219,17 @@ class TreeWalker {
 
   // Lists one folder and visits its children; true when the budget ran out
   // (or the walk was cancelled). A folder that can't be listed counts as empty.
-  bool listFolder(const std::string& folder, Worker& worker, TreeTotals& totals) {
+  bool listFolder(const PendingFolder& folder, Worker& worker, TreeTotals& totals) {
     if (isCancelled()) {
       totals.isPartial = true;
       return true;
     }
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (descriptor < 0) return false;
+    int error = 0;
+    Descriptor opened = folder.handle->open(error);
+    if (!opened.valid()) return false;
+    const int descriptor = opened.get();
     std::string& path = worker.path;
-    path.assign(folder);
+    path.assign(folder.path);
     if (path != "/") path.push_back('/');
     const size_t prefixLength = path.size();
     bool hitCap = false;
@@ -249,7 +257,12 @@ class TreeWalker {
           case VisitResult::done:
             break;
           case VisitResult::descend:
-            worker.children.push_back(path);
+            if (isBeyondWalkLimits(folder.handle->depth() + 1, path.size())) {
+              totals.isPartial = true;
+              ++totals.foldersTooDeep;
+            } else {
+              worker.children.push_back({FolderHandle::child(folder.handle, name), path});
+            }
             break;
           case VisitResult::capped:
             hitCap = true;
@@ -257,7 +270,7 @@ class TreeWalker {
         }
       }
     }
-    ::close(descriptor);
+    folder.handle->finishedReading(std::move(opened), hitCap ? 0 : worker.children.size());
     return hitCap;
   }
 
@@ -286,11 +299,11 @@ class TreeWalker {
 
   std::mutex cond_;
   std::condition_variable changed_;
-  std::vector<std::string> pending_;  // guarded by cond_
-  int inFlight_ = 0;                  // guarded by cond_
-  bool capped_ = false;               // guarded by cond_
-  bool helpersSpawned_ = false;       // guarded by cond_
-  std::vector<std::thread> helpers_;  // written under cond_, joined after the walk
+  std::vector<PendingFolder> pending_;  // guarded by cond_
+  int inFlight_ = 0;                    // guarded by cond_
+  bool capped_ = false;                 // guarded by cond_
+  bool helpersSpawned_ = false;         // guarded by cond_
+  std::vector<std::thread> helpers_;    // written under cond_, joined after the walk
 
   std::mutex resultLock_;
   TreeTotals merged_;  // guarded by resultLock_

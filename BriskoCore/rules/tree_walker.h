@@ -19,6 +19,9 @@ struct TreeTotals {
   std::int64_t skippedProtected = 0;
   std::int64_t skippedWhitelisted = 0;
   std::int64_t skippedInvalid = 0;  // unreadable entries, links, refused names
+  // Folders past the depth that a walk goes to: not measured, and the walk is
+  // partial.
+  std::int64_t foldersTooDeep = 0;
 
   TreeTotals& operator+=(const TreeTotals& other);
   bool operator==(const TreeTotals&) const = default;
@@ -40,7 +43,10 @@ struct TreeWalkOptions {
 // Measures the tree at `root`: the allocated bytes and the number of its
 // regular files. Links are never followed nor counted, packages (folders that
 // the system shows as one file, such as an application bundle) count as
-// nothing, and a folder that can't be listed counts as empty. The walk is
+// nothing, and a folder that can't be listed counts as empty. Every folder is
+// opened relative to its parent (see FolderHandle), so no path is too long to
+// measure; a folder deeper than kMaximumWalkDepth levels or with a path
+// longer than kMaximumWalkPathLength is counted in `foldersTooDeep`. The walk is
 // depth-first on one shared stack; when the stack holds three or more folders
 // it starts helpers, one fewer than the machine has cores (at least one), so a
 // small tree never leaves the calling thread.

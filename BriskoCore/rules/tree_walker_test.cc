@@ -9,6 +9,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/folder_walk.h"
+#include "testing/deep_nest.h"
 #include "testing/ordinary_user.h"
 #include "testing/sample_home.h"
 #include "testing/temporary_directory.h"
@@ -99,7 +101,7 @@ TEST(TreeWalker, ModifiedBeforeCountsOnlyOlderFiles) {
   const PathSafetyPolicy policy(dir.path(), {});
   dir.writeFile("logs/old.log", std::string(6000, 'o'));
   dir.writeFile("logs/new.log", std::string(6000, 'n'));
-  const auto now = std::chrono::system_clock::now();
+  const Date now = currentDate();
   const auto tenDaysAgo = std::chrono::system_clock::to_time_t(now - std::chrono::hours(240));
   const struct timespec times[2] = {{tenDaysAgo, 0}, {tenDaysAgo, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "logs/old.log").c_str(), times, 0), 0);
@@ -136,6 +138,35 @@ TEST(TreeWalker, ParallelWalksAgreeWithTheReference) {
     ASSERT_EQ(totals.items, 1500);
     ASSERT_EQ(totals.bytes, reference);
     ASSERT_FALSE(totals.isPartial);
+  }
+}
+
+TEST(TreeWalker, DeepNestsAreMeasuredPastPathMaxAndMarkedPartialPastTheDepthLimit) {
+  // Folders were opened by their whole path: everything past PATH_MAX counted
+  // as 0 with no sign of it.
+  struct Case {
+    int depth;
+    int wideFolders;  // beside the nest, so that helpers join in
+    std::int64_t countedLevels;
+    std::int64_t tooDeep;
+  };
+  const auto limit = static_cast<std::int64_t>(kMaximumWalkDepth);
+  for (const Case nest : {Case{2100, 0, 2100, 0}, Case{2100, 8, 2100, 0},
+                          Case{static_cast<int>(limit) + 300, 0, limit, 1}}) {
+    TemporaryDirectory home;
+    const std::string top = home.makeDirectory("Caches/app");
+    testing::makeDeepNest(top, nest.depth, "d", "data");
+    writeWideTree(home, "Caches/app/wide", nest.wideFolders, 20);
+    const std::int64_t wideBytes =
+        nest.wideFolders > 0 ? allocatedBytesBelow(home / "Caches/app/wide") : 0;
+    const std::int64_t oneLevel = testing::allocatedBytesOfOneLevel(top);
+    const PathSafetyPolicy policy(home.path(), {});
+    const testing::OpenFileLimit openFiles(1024);
+    const TreeTotals totals = walk(top, policy);
+    EXPECT_EQ(totals.items, nest.countedLevels + nest.wideFolders * 20) << nest.depth;
+    EXPECT_EQ(totals.bytes, oneLevel * nest.countedLevels + wideBytes) << nest.depth;
+    EXPECT_EQ(totals.foldersTooDeep, nest.tooDeep);
+    EXPECT_EQ(totals.isPartial, nest.tooDeep > 0);
   }
 }
 

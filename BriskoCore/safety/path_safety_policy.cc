@@ -56,32 +56,53 @@ PathShape shapeOf(std::string_view path) {
   return shape;
 }
 
-bool isWhitelistMatch(const PathSafetyPolicy::CompiledMatcher& matcher, std::string_view normal,
-                      std::string& terminatedNormal) {
-  using Kind = PathSafetyPolicy::CompiledMatcher::Kind;
-  const std::string& pattern = matcher.pattern;
+using MatcherKind = PathSafetyPolicy::CompiledMatcher::Kind;
+
+// The kind of a pattern by its metacharacters, and for the prefix and
+// substring kinds the literal text between them.
+std::pair<MatcherKind, std::string_view> matcherKindOf(std::string_view pattern) {
+  const auto metacharacters = std::count_if(
+      pattern.begin(), pattern.end(), [](char c) { return c == '*' || c == '?' || c == '['; });
+  if (metacharacters == 0) return {MatcherKind::exact, {}};
+  if (metacharacters == 1 && pattern.back() == '*') {
+    return {MatcherKind::prefix, pattern.substr(0, pattern.size() - 1)};
+  }
+  if (metacharacters == 2 && pattern.size() >= 3 && pattern.front() == '*' &&
+      pattern.back() == '*') {
+    return {MatcherKind::substring, pattern.substr(1, pattern.size() - 2)};
+  }
+  return {MatcherKind::glob, {}};
+}
+
+// `pattern` must be followed in memory by a NUL, for fnmatch.
+bool isWhitelistMatch(std::string_view pattern, MatcherKind kind, bool hasGlob,
+                      std::string_view normal, std::string& terminatedNormal) {
+  using Kind = MatcherKind;
+  const std::string_view text = kind == Kind::prefix      ? pattern.substr(0, pattern.size() - 1)
+                                : kind == Kind::substring ? pattern.substr(1, pattern.size() - 2)
+                                                          : std::string_view();
   // For the plain and prefix kinds, every way to match needs the path and
   // the pattern's literal text to agree up to the shorter of the two; one
   // comparison rules out most patterns before the four tests below.
-  if (matcher.kind == Kind::exact || matcher.kind == Kind::prefix) {
-    const std::string& literal = matcher.kind == Kind::exact ? pattern : matcher.text;
+  if (kind == Kind::exact || kind == Kind::prefix) {
+    const std::string_view literal = kind == Kind::exact ? pattern : text;
     const size_t shared = std::min(literal.size(), normal.size());
     if (shared > 0 && normal[shared - 1] != literal[shared - 1]) return false;
     if (std::memcmp(normal.data(), literal.data(), shared) != 0) return false;
   }
   if (normal == pattern) return true;
-  switch (matcher.kind) {
+  switch (kind) {
     case Kind::prefix:
-      if (startsWith(normal, matcher.text)) return true;
+      if (startsWith(normal, text)) return true;
       break;
     case Kind::substring:
-      if (contains(normal, matcher.text)) return true;
+      if (contains(normal, text)) return true;
       break;
     case Kind::glob:
       // fnmatch wants terminated text; made once per evaluation, and only
       // when a glob pattern is reached.
       if (terminatedNormal.empty()) terminatedNormal.assign(normal);
-      if (::fnmatch(pattern.c_str(), terminatedNormal.c_str(), 0) == 0) return true;
+      if (::fnmatch(pattern.data(), terminatedNormal.c_str(), 0) == 0) return true;
       break;
     case Kind::exact:
       break;  // equality was tested above
@@ -92,7 +113,8 @@ bool isWhitelistMatch(const PathSafetyPolicy::CompiledMatcher& matcher, std::str
       startsWith(pattern, normal)) {
     return true;
   }
-  return !matcher.hasGlob && startsWith(normal, matcher.patternSlash);
+  return !hasGlob && normal.size() > pattern.size() && normal[pattern.size()] == '/' &&
+         startsWith(normal, pattern);
 }
 
 std::string expandedPattern(std::string_view pattern, const std::string& home) {
@@ -150,36 +172,51 @@ std::string normalizedPolicyPath(std::string_view path) {
 
 PathSafetyPolicy::CompiledMatcher PathSafetyPolicy::CompiledMatcher::compile(std::string pattern) {
   CompiledMatcher matcher;
-  const auto metacharacters = std::count_if(
-      pattern.begin(), pattern.end(), [](char c) { return c == '*' || c == '?' || c == '['; });
-  matcher.hasGlob = metacharacters > 0;
-  if (metacharacters == 0) {
-    matcher.kind = Kind::exact;
-  } else if (metacharacters == 1 && pattern.back() == '*') {
-    matcher.kind = Kind::prefix;
-    matcher.text = pattern.substr(0, pattern.size() - 1);
-  } else if (metacharacters == 2 && pattern.size() >= 3 && pattern.front() == '*' &&
-             pattern.back() == '*') {
-    matcher.kind = Kind::substring;
-    matcher.text = pattern.substr(1, pattern.size() - 2);
-  } else {
-    matcher.kind = Kind::glob;
-  }
+  const auto [kind, text] = matcherKindOf(pattern);
+  matcher.kind = kind;
+  matcher.text = std::string(text);
+  matcher.hasGlob = pattern.find_first_of("*?[") != std::string::npos;
   matcher.patternSlash = pattern + "/";
   matcher.pattern = std::move(pattern);
   return matcher;
 }
 
+template <class Patterns>
+void PathSafetyPolicy::addWhitelistPatterns(const Patterns& patterns) {
+  whitelist_.reserve(patterns.size());
+  for (const auto& raw : patterns) {
+    const std::string expanded = expandedPattern(raw, homeDirectory_);
+    const std::string pattern = normalizedPolicyPath(trimmingWhitespaceAndNewlines(expanded));
+    if (pattern.empty()) continue;
+    WhitelistPattern entry;
+    entry.offset = whitelistText_.size();
+    entry.length = pattern.size();
+    entry.kind = matcherKindOf(pattern).first;
+    entry.hasGlob = pattern.find_first_of("*?[") != std::string::npos;
+    whitelistText_ += pattern;
+    whitelistText_ += '\0';
+    whitelist_.push_back(entry);
+  }
+  whitelist_.shrink_to_fit();
+  whitelistText_.shrink_to_fit();
+}
+
+std::string_view PathSafetyPolicy::whitelistPatternText(const WhitelistPattern& pattern) const {
+  return std::string_view(whitelistText_).substr(pattern.offset, pattern.length);
+}
+
+std::vector<std::string> PathSafetyPolicy::whitelistPatterns() const {
+  std::vector<std::string> patterns;
+  patterns.reserve(whitelist_.size());
+  for (const WhitelistPattern& pattern : whitelist_)
+    patterns.emplace_back(whitelistPatternText(pattern));
+  return patterns;
+}
+
 PathSafetyPolicy::PathSafetyPolicy(std::string_view homeDirectory,
                                    const std::vector<std::string>& whitelistPatterns)
     : homeDirectory_(normalizedPolicyPath(homeDirectory)) {
-  for (const std::string& raw : whitelistPatterns) {
-    const std::string expanded = expandedPattern(raw, homeDirectory_);
-    std::string pattern = normalizedPolicyPath(trimmingWhitespaceAndNewlines(expanded));
-    if (pattern.empty()) continue;
-    compiledWhitelist_.push_back(CompiledMatcher::compile(pattern));
-    whitelistPatterns_.push_back(std::move(pattern));
-  }
+  addWhitelistPatterns(whitelistPatterns);
   lowerHome_ = lowercasedText(homeDirectory_);
   // With "/" as the home the suffixes stand on their own.
   const std::string base = lowerHome_ == "/" ? std::string() : lowerHome_;
@@ -207,7 +244,10 @@ PathSafetyPolicy PathSafetyPolicy::loadingWhitelistFor(std::string_view homeDire
   const auto contents = WhitelistStore::readFile(homeDirectory);
   if (!contents)
     return PathSafetyPolicy(homeDirectory, WhitelistStore::defaultPatterns(homeDirectory));
-  return PathSafetyPolicy(homeDirectory, WhitelistStore::parse(*contents));
+  // Views into the file's text: a long whitelist is held once, not per line.
+  PathSafetyPolicy policy(homeDirectory, std::vector<std::string>{});
+  policy.addWhitelistPatterns(WhitelistStore::activeLines(*contents));
+  return policy;
 }
 
 bool PathSafetyPolicy::isCriticalSystemPath(std::string_view lower) const {
@@ -273,12 +313,15 @@ std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_v
   return std::nullopt;
 }
 
-const std::string* PathSafetyPolicy::whitelistMatch(std::string_view normal) const {
+std::optional<std::string_view> PathSafetyPolicy::whitelistMatch(std::string_view normal) const {
   std::string terminatedNormal;
-  for (const CompiledMatcher& matcher : compiledWhitelist_) {
-    if (isWhitelistMatch(matcher, normal, terminatedNormal)) return &matcher.pattern;
+  for (const WhitelistPattern& entry : whitelist_) {
+    const std::string_view pattern = whitelistPatternText(entry);
+    if (isWhitelistMatch(pattern, entry.kind, entry.hasGlob, normal, terminatedNormal)) {
+      return pattern;
+    }
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvingSymlinks) const {
@@ -305,8 +348,8 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
     return PathSafetyVerdict::protected_(PathSafetyReason::criticalSystemPath);
   }
   if (const auto reason = protectionReason(lower)) return PathSafetyVerdict::protected_(*reason);
-  if (const std::string* pattern = whitelistMatch(normal)) {
-    return PathSafetyVerdict::whitelisted(*pattern);
+  if (const auto pattern = whitelistMatch(normal)) {
+    return PathSafetyVerdict::whitelisted(std::string(*pattern));
   }
   if (!resolvingSymlinks) return PathSafetyVerdict::allowed();
 
@@ -323,8 +366,8 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
   }
   // A link into a kept place keeps it too: the user's whitelist names places,
   // not spellings.
-  if (const std::string* pattern = whitelistMatch(resolved)) {
-    return PathSafetyVerdict::whitelisted(*pattern);
+  if (const auto pattern = whitelistMatch(resolved)) {
+    return PathSafetyVerdict::whitelisted(std::string(*pattern));
   }
   return PathSafetyVerdict::allowed();
 }

@@ -132,19 +132,35 @@ class PathSafetyPolicy {
   std::optional<PathSafetyReason> protectionReason(std::string_view lowercasedPath) const;
 
   const std::string& homeDirectory() const { return homeDirectory_; }
-  const std::vector<std::string>& whitelistPatterns() const { return whitelistPatterns_; }
+  // The normalised whitelist patterns, in order.
+  std::vector<std::string> whitelistPatterns() const;
   const std::string& lowerHome() const { return lowerHome_; }
 
   // The pattern of the first whitelist matcher that covers `normalPath`
   // (compared case-sensitively), or none; it lives as long as the policy.
   // Ancestors of a pattern count too.
-  const std::string* whitelistMatch(std::string_view normalPath) const;
+  std::optional<std::string_view> whitelistMatch(std::string_view normalPath) const;
 
  private:
+  // One whitelist pattern: where its text stands in whitelistText_, and its
+  // kind as CompiledMatcher settles it. A user's whitelist may have a million
+  // lines, so a pattern costs its text and this, not a few strings apiece.
+  struct WhitelistPattern {
+    size_t offset = 0;
+    size_t length = 0;
+    CompiledMatcher::Kind kind = CompiledMatcher::Kind::exact;
+    bool hasGlob = false;
+  };
+
+  template <class Patterns>
+  void addWhitelistPatterns(const Patterns& patterns);
+  std::string_view whitelistPatternText(const WhitelistPattern& pattern) const;
+
   std::string homeDirectory_;
-  std::vector<std::string> whitelistPatterns_;
   std::string lowerHome_;
-  std::vector<CompiledMatcher> compiledWhitelist_;
+  // Every pattern's text, each ended by a NUL (fnmatch wants terminated text).
+  std::string whitelistText_;
+  std::vector<WhitelistPattern> whitelist_;
   std::vector<std::string> protectedUserRoots_;
   std::vector<std::string> highRiskCacheRoots_;
   std::vector<std::string> preferencePrefixes_;

@@ -46,6 +46,7 @@ const std::vector<std::string> kHomeRoots = {
     "Library/Caches/com.apple.ap.adprivacyd",
     "Library/Caches/FamilyCircle",
     "Library/Caches/com.apple.HomeKit",
+    ".cache/ms-playwright",
 };
 
 const std::vector<std::string> kSystemRoots = {
@@ -175,8 +176,16 @@ const std::vector<std::string> kNameRows = {
 };
 
 const std::vector<std::string> kAppDataRoots = {
-    "Library/Application Support", "Library/Caches",      "Library/Containers",
-    "Library/Group Containers",    "Library/Preferences", "Library/Saved Application State",
+    "Library/Application Support",
+    "Library/Caches",
+    "Library/Containers",
+    "Library/Group Containers",
+    "Library/Preferences",
+    "Library/Saved Application State",
+    ".config",
+    ".cache",
+    ".var/app",
+    "snap",
 };
 
 class Generator {

@@ -26,7 +26,7 @@ inline constexpr std::array<std::string_view, 10> kProtectedUserRootSuffixes{
     "/.local/share/brisko",
 };
 
-inline constexpr std::array<std::string_view, 9> kHighRiskCacheRootSuffixes{
+inline constexpr std::array<std::string_view, 10> kHighRiskCacheRootSuffixes{
     "/library/caches/ms-playwright",
     "/library/caches/app.cotypist.cotypist",
     "/library/caches/com.displaylink.displaylinkuseragent",
@@ -36,6 +36,8 @@ inline constexpr std::array<std::string_view, 9> kHighRiskCacheRootSuffixes{
     "/library/caches/com.apple.ap.adprivacyd",
     "/library/caches/familycircle",
     "/library/caches/com.apple.homekit",
+    // Playwright's browsers on Linux.
+    "/.cache/ms-playwright",
 };
 
 // Plain prefixes: they end in a partial file name.
@@ -45,10 +47,19 @@ inline constexpr std::array<std::string_view, 3> kPreferencePrefixSuffixes{
     "/library/preferences/com.avid.mediacomposer",
 };
 
-// Where a bare-word application name counts.
-inline constexpr std::array<std::string_view, 6> kAppDataRootSuffixes{
-    "/library/application support", "/library/caches",      "/library/containers",
-    "/library/group containers",    "/library/preferences", "/library/saved application state",
+// Where a bare-word application name counts. The last four are Linux's:
+// not ~/.local/share, where tools keep the versions that a rule removes.
+inline constexpr std::array<std::string_view, 10> kAppDataRootSuffixes{
+    "/library/application support",
+    "/library/caches",
+    "/library/containers",
+    "/library/group containers",
+    "/library/preferences",
+    "/library/saved application state",
+    "/.config",
+    "/.cache",
+    "/.var/app",
+    "/snap",
 };
 
 // Inside the per-user temporary area.

@@ -18,7 +18,8 @@ namespace brisko {
 
 namespace {
 
-constexpr std::array<std::string_view, 20> kDefaultSuffixes{
+// The design's twenty rows first, then the same tools' places on Linux.
+constexpr std::array<std::string_view, 27> kDefaultSuffixes{
     "/Library/Caches/ms-playwright*",
     "/.cache/huggingface*",
     "/.m2/repository/*",
@@ -40,6 +41,13 @@ constexpr std::array<std::string_view, 20> kDefaultSuffixes{
     "/Library/Caches/com.apple.spotlight*",
     "/Library/Caches/com.apple.Spotlight*",
     "/Library/Caches/CloudKit*",
+    "/.cache/ms-playwright*",
+    "/.cache/R/renv/*",
+    "/.cache/pypoetry/virtualenvs*",
+    "/.cache/JetBrains*",
+    "/.cache/tealdeer/tldr-pages",
+    "/.config/JetBrains*",
+    "/.local/share/JetBrains*",
 };
 
 bool startsWith(std::string_view text, std::string_view prefix) {
@@ -178,7 +186,12 @@ std::vector<std::string> WhitelistStore::defaultPatterns(std::string_view home) 
 }
 
 std::vector<std::string> WhitelistStore::parse(std::string_view contents) {
-  std::vector<std::string> patterns;
+  const std::vector<std::string_view> lines = activeLines(contents);
+  return std::vector<std::string>(lines.begin(), lines.end());
+}
+
+std::vector<std::string_view> WhitelistStore::activeLines(std::string_view contents) {
+  std::vector<std::string_view> patterns;
   size_t start = 0;
   size_t at = 0;
   const auto takeLine = [&](size_t end) {

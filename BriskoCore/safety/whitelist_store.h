@@ -81,6 +81,8 @@ class WhitelistStore {
   // FF, CR, NEL, U+2028, U+2029), trimmed of blanks, without empty lines and
   // comments.
   static std::vector<std::string> parse(std::string_view contents);
+  // The same lines as views into `contents`.
+  static std::vector<std::string_view> activeLines(std::string_view contents);
 
   // The file's text when it can be read as UTF-8 (a leading byte order mark
   // is dropped); none when it is missing, unreadable, not a regular file or

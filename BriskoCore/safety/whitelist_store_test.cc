@@ -16,6 +16,9 @@
 namespace brisko {
 namespace {
 
+// The twenty patterns of every platform and the seven Linux rows.
+constexpr size_t kDefaults = 27;
+
 using Case = WhitelistValidationError::Case;
 using Source = WhitelistEntrySource;
 
@@ -58,14 +61,21 @@ class WhitelistStoreTest : public ::testing::Test {
   std::string home = folder.path();
 };
 
-TEST(WhitelistDefaults, AreTwentyPatternsBelowTheNormalisedHome) {
+TEST(WhitelistDefaults, AreTwentyPatternsAndLinuxRowsBelowTheNormalisedHome) {
   const auto defaults = WhitelistStore::defaultPatterns("/home//vimo/");
-  ASSERT_EQ(defaults.size(), 20u);
+  ASSERT_EQ(defaults.size(), kDefaults);
   EXPECT_EQ(defaults.front(), "/home/vimo/Library/Caches/ms-playwright*");
   EXPECT_EQ(defaults[12], "/home/vimo/Library/Caches/tealdeer/tldr-pages");
   EXPECT_EQ(defaults[17], "/home/vimo/Library/Caches/com.apple.spotlight*");
   EXPECT_EQ(defaults[18], "/home/vimo/Library/Caches/com.apple.Spotlight*");
-  EXPECT_EQ(defaults.back(), "/home/vimo/Library/Caches/CloudKit*");
+  EXPECT_EQ(defaults[19], "/home/vimo/Library/Caches/CloudKit*");
+  // The same tools' places on Linux follow the twenty.
+  EXPECT_EQ(std::vector<std::string>(defaults.begin() + 20, defaults.end()),
+            (std::vector<std::string>{
+                "/home/vimo/.cache/ms-playwright*", "/home/vimo/.cache/R/renv/*",
+                "/home/vimo/.cache/pypoetry/virtualenvs*", "/home/vimo/.cache/JetBrains*",
+                "/home/vimo/.cache/tealdeer/tldr-pages", "/home/vimo/.config/JetBrains*",
+                "/home/vimo/.local/share/JetBrains*"}));
   EXPECT_EQ(WhitelistStore::tildeForm(defaults[1], "/home/vimo"), "~/.cache/huggingface*");
   EXPECT_EQ(WhitelistStore::tildeForm("/home/vimo", "/home/vimo/"), "~");
   EXPECT_EQ(WhitelistStore::tildeForm("/home/vimos/x", "/home/vimo"), "/home/vimos/x");
@@ -113,18 +123,6 @@ TEST(WhitelistValidation, RefusesWithTheFirstFailureInOrder) {
   // Already covered by the protected lists: accepted, and idle.
   EXPECT_EQ(validationFailure("~/Library/Mail/*", home), std::nullopt);
   EXPECT_EQ(WhitelistStore::validate("  ~/Keep/*  \n", home), "~/Keep/*");
-
-  EXPECT_STREQ(WhitelistValidationError(Case::empty).what(), "A rule can’t be empty.");
-  EXPECT_STREQ(WhitelistValidationError(Case::notAbsoluteOrHome).what(),
-               "A rule must start with / or ~/.");
-  EXPECT_STREQ(WhitelistValidationError(Case::pathTraversal).what(),
-               "A rule can’t contain .. path segments.");
-  EXPECT_STREQ(WhitelistValidationError(Case::controlCharacter).what(),
-               "A rule can’t contain control characters.");
-  EXPECT_STREQ(WhitelistValidationError(Case::consecutiveSlashes).what(),
-               "A rule can’t contain consecutive slashes.");
-  EXPECT_STREQ(WhitelistValidationError(Case::criticalSystemPath).what(),
-               "This path is already system-protected; no rule needed.");
 }
 
 TEST(WhitelistCanonicalKey, SpellingsOfOnePlaceAgree) {
@@ -139,7 +137,7 @@ TEST(WhitelistCanonicalKey, SpellingsOfOnePlaceAgree) {
 TEST_F(WhitelistStoreTest, WithoutAFileTheDefaultsApply) {
   EXPECT_FALSE(WhitelistStore::fileExists(home));
   const auto entries = WhitelistStore::entries(home);
-  ASSERT_EQ(entries.size(), 20u);
+  ASSERT_EQ(entries.size(), kDefaults);
   for (const auto& entry : entries) {
     EXPECT_EQ(entry.source, Source::default_);
     EXPECT_EQ(entry.pattern.rfind("~/", 0), 0u) << entry.pattern;
@@ -163,7 +161,7 @@ TEST_F(WhitelistStoreTest, FirstAddWritesOutTheDefaultsPrivately) {
   ASSERT_FALSE(text.empty());
   EXPECT_EQ(text.back(), '\n');
   const auto lines = WhitelistStore::parse(text);
-  ASSERT_EQ(lines.size(), 21u);
+  ASSERT_EQ(lines.size(), kDefaults + 1);
   EXPECT_EQ(lines.front(), "~/Library/Caches/ms-playwright*");
   EXPECT_EQ(lines.back(), "~/Projects/keep");
   EXPECT_EQ(modeOf(WhitelistStore::configurationDirectory(home)), 0700u);
@@ -173,7 +171,7 @@ TEST_F(WhitelistStoreTest, FirstAddWritesOutTheDefaultsPrivately) {
 
   // No duplicate test: a second add writes the rule again.
   WhitelistStore::add("~/Projects/keep", home);
-  EXPECT_EQ(WhitelistStore::parse(readText(file())).size(), 22u);
+  EXPECT_EQ(WhitelistStore::parse(readText(file())).size(), kDefaults + 2);
   const auto policy = PathSafetyPolicy::loadingWhitelistFor(home);
   EXPECT_EQ(policy.evaluate(home + "/Projects/keep/x", false),
             PathSafetyVerdict::whitelisted(home + "/Projects/keep"));
@@ -219,14 +217,14 @@ TEST_F(WhitelistStoreTest, RemovingTheLastLineLeavesAnEmptyFileNotNoFile) {
 
   WhitelistStore::restoreDefaults(home);
   EXPECT_FALSE(WhitelistStore::fileExists(home));
-  EXPECT_EQ(WhitelistStore::entries(home).size(), 20u);
+  EXPECT_EQ(WhitelistStore::entries(home).size(), kDefaults);
   EXPECT_NO_THROW(WhitelistStore::restoreDefaults(home));
 }
 
 TEST_F(WhitelistStoreTest, RemoveWithoutAFileMaterialisesTheOtherDefaults) {
   WhitelistStore::remove("~/.gradle/daemon/*", home);
   const auto entries = WhitelistStore::entries(home);
-  ASSERT_EQ(entries.size(), 19u);
+  ASSERT_EQ(entries.size(), kDefaults - 1);
   for (const auto& entry : entries) {
     EXPECT_NE(entry.pattern, "~/.gradle/daemon/*");
     EXPECT_EQ(entry.source, Source::default_);
@@ -236,15 +234,15 @@ TEST_F(WhitelistStoreTest, RemoveWithoutAFileMaterialisesTheOtherDefaults) {
 TEST_F(WhitelistStoreTest, AFileThatIsNotUtf8CountsAsNoFileAndIsReplacedOnChange) {
   writeWhitelist("~/mine\n\xff\xfe\n");
   EXPECT_FALSE(WhitelistStore::readFile(home).has_value());
-  EXPECT_EQ(WhitelistStore::entries(home).size(), 20u);
+  EXPECT_EQ(WhitelistStore::entries(home).size(), kDefaults);
   WhitelistStore::add("~/new", home);
   const auto patterns = patternsOf(WhitelistStore::entries(home));
-  ASSERT_EQ(patterns.size(), 21u);
+  ASSERT_EQ(patterns.size(), kDefaults + 1);
   EXPECT_EQ(patterns.back(), "~/new");
   // A folder in the file's place reads as no file, and can't be replaced.
   testing::TemporaryDirectory other;
   other.makeDirectory(".config/brisko/whitelist");
-  EXPECT_EQ(WhitelistStore::entries(other.path()).size(), 20u);
+  EXPECT_EQ(WhitelistStore::entries(other.path()).size(), kDefaults);
   EXPECT_THROW(WhitelistStore::add("~/x", other.path()), std::system_error);
   EXPECT_THROW(WhitelistStore::restoreDefaults(other.path()), std::system_error);
 }
@@ -294,8 +292,8 @@ TEST(WhitelistStoreAsOrdinaryUser, UnreadableFileMeansDefaultsAndFailedWritesCha
   if (home.empty()) GTEST_SKIP() << "runs only as a child of the permission test";
   ASSERT_NE(::geteuid(), 0u);
   EXPECT_FALSE(WhitelistStore::readFile(home).has_value());
-  EXPECT_EQ(WhitelistStore::entries(home).size(), 20u);
-  EXPECT_EQ(PathSafetyPolicy::loadingWhitelistFor(home).whitelistPatterns().size(), 20u);
+  EXPECT_EQ(WhitelistStore::entries(home).size(), kDefaults);
+  EXPECT_EQ(PathSafetyPolicy::loadingWhitelistFor(home).whitelistPatterns().size(), kDefaults);
   // The folder is not ours to write: every change throws.
   EXPECT_THROW(WhitelistStore::add("~/x", home), std::system_error);
   EXPECT_THROW(WhitelistStore::remove("~/x", home), std::system_error);

@@ -2,10 +2,8 @@
 
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "base/atomic_file.h"
+#include "base/file_contents.h"
 #include "platform/home_directory.h"
 #include "space/space_json_text.h"
 #include "space/space_naming.h"
@@ -45,15 +43,12 @@ SpaceCacheStore SpaceCacheStore::forHome(const std::string& home) {
 }
 
 std::optional<SpaceScanCacheEnvelope> SpaceCacheStore::load() const {
-  std::ifstream file(path_, std::ios::binary);
-  if (!file) return std::nullopt;
-  std::ostringstream contents;
-  contents << file.rdbuf();
-  if (file.bad()) return std::nullopt;
+  const auto contents = readFileContents(path_);
+  if (!contents) return std::nullopt;
 
   SpaceScanCacheEnvelope envelope;
   try {
-    envelope = decodeJson<SpaceScanCacheEnvelope>(contents.str());
+    envelope = decodeJson<SpaceScanCacheEnvelope>(*contents);
   } catch (const std::exception&) {  // damaged, truncated or of another layout
     clear();
     return std::nullopt;
@@ -69,7 +64,10 @@ std::optional<SpaceScanCacheEnvelope> SpaceCacheStore::load() const {
 void SpaceCacheStore::save(const SpaceScanCacheEnvelope& envelope) const {
   const std::string text = encodeSpaceCacheEnvelope(envelope, /*pretty=*/true);
   const size_t slash = path_.rfind('/');
-  if (slash != std::string::npos && slash > 0) createPrivateDirectories(path_.substr(0, slash));
+  if (slash != std::string::npos && slash > 0) {
+    createPrivateDirectories(path_.substr(0, slash));
+    sweepStaleTemporaryFiles(path_.substr(0, slash));
+  }
   writeFileAtomically(path_, text);
 }
 

@@ -137,12 +137,19 @@ TEST_F(SpaceCacheStoreTest, AnyDoubtDeletesTheFile) {
       {"not JSON", "garbage"},
       {"empty", ""},
       {"wrong type", "[1, 2]"},
+      {"a NUL and more behind it", full + std::string(1, '\0') + "junk"},
   };
   for (const auto& [what, text] : damaged) {
     folder.writeFile("data/space-cache.json", text);
     EXPECT_EQ(store.load(), std::nullopt) << what;
     EXPECT_FALSE(exists(store.path())) << what;
   }
+  // A FIFO in the file's place answers none at once, instead of waiting for
+  // a writer that never comes.
+  ASSERT_EQ(::mkfifo(store.path().c_str(), 0600), 0);
+  EXPECT_EQ(store.load(), std::nullopt);
+  // It is not ours to read, so it stays until the next save replaces it.
+  ASSERT_EQ(::unlink(store.path().c_str()), 0);
   for (auto [key, value] : std::vector<std::pair<std::string, Json>>{{"schemaVersion", 2},
                                                                      {"schemaVersion", 4},
                                                                      {"namingLanguage", "xx-ZZ"},

@@ -45,4 +45,15 @@ std::string SpaceNaming::moreItemsName(std::int64_t count) {
   return EngineText::encoded("%lld more items", {std::to_string(count)});
 }
 
+std::string SpaceNaming::leftOutNamesWarning(std::int64_t count) {
+  return EngineText::encoded("%d places were left out because their names aren\u2019t valid text",
+                             {std::to_string(count)});
+}
+
+std::string SpaceNaming::tooDeepWarning(std::int64_t count) {
+  return EngineText::encoded(
+      "%d folders lie too deep to be measured; the sizes above them are partial",
+      {std::to_string(count)});
+}
+
 }  // namespace brisko

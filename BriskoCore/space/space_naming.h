@@ -26,6 +26,12 @@ class SpaceNaming {
 
   // The keyed engine text of a row that stands for `count` items.
   static std::string moreItemsName(std::int64_t count);
+
+  // The keyed warnings for `count` entries left out because their names
+  // aren't valid text (the scan's own words), and for `count` folders too
+  // deep to be walked.
+  static std::string leftOutNamesWarning(std::int64_t count);
+  static std::string tooDeepWarning(std::int64_t count);
 };
 
 }  // namespace brisko

@@ -41,7 +41,7 @@ SpaceEvent eventOf(SpaceEventKind kind) {
 int runSpaceStream(const std::string& home, const SpaceStreamOptions& options,
                    const std::function<void(const SpaceEvent&)>& emit, std::ostream& diagnostics) {
   const SpaceCacheStore store = SpaceCacheStore::forHome(home);
-  const auto scannedAt = std::chrono::system_clock::now();
+  const Date scannedAt = currentDate();
   // Taken before the walk, so that what changes during it is replayed next time.
   const auto deviceUUID = FSEventsReplay::deviceUUID(home);
   const auto eventID = FSEventsReplay::currentEventID(home);

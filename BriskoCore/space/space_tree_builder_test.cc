@@ -9,10 +9,14 @@
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <set>
 
 #include "base/utf8.h"
+#include "platform/folder_walk.h"
 #include "protocol/engine_text.h"
+#include "space/space_naming.h"
 #include "space/space_reuse_oracle.h"
+#include "testing/deep_nest.h"
 #include "testing/ordinary_user.h"
 #include "testing/temporary_directory.h"
 
@@ -126,7 +130,8 @@ TEST(SpaceTreeBuilder, MeasuresAHomeFolderAndItAllAddsUp) {
   EXPECT_EQ(root.id, home.path());
   EXPECT_EQ(root.name, "Home folder");
   EXPECT_EQ(root.bytes, findFileBytes(home.path()));
-  EXPECT_TRUE(result.warnings.empty());
+  // The one name that isn't text.
+  EXPECT_EQ(result.warnings, std::vector<std::string>{SpaceNaming::leftOutNamesWarning(1)});
   EXPECT_FALSE(root.isPartial);
   EXPECT_EQ(result.rootEntryCount, 11);
   EXPECT_EQ(startedWith, 11);
@@ -172,8 +177,9 @@ TEST(SpaceTreeBuilder, MeasuresAHomeFolderAndItAllAddsUp) {
   const SpaceNode& other = documents->children.back();
   EXPECT_EQ(other.kind, SpaceNodeKind::otherGroup);
   EXPECT_EQ(other.id, home / "Documents#other");
-  // notes.txt, small/ (under 1 MiB), pipe, loop, dangling
-  EXPECT_EQ(other.name, EngineText::encoded("%lld more items", {"5"}));
+  // notes.txt, small/ (under 1 MiB), pipe, loop, dangling, and the file
+  // whose name isn't text
+  EXPECT_EQ(other.name, EngineText::encoded("%lld more items", {"6"}));
 
   // A hard-linked file counts under each name and is marked as shared.
   const SpaceNode* link = nodeAt(root, home / "Documents/big-link");
@@ -181,13 +187,10 @@ TEST(SpaceTreeBuilder, MeasuresAHomeFolderAndItAllAddsUp) {
   EXPECT_EQ(link->sharedBytes, link->bytes);
   EXPECT_GT(documents->sharedBytes, 0);
 
-  // A name that is not UTF-8 is shown repaired and so names nothing on disk.
-  const SpaceNode* bad = nodeAt(root, home / "Documents/bad-\xEF\xBF\xBD-name");
-  ASSERT_NE(bad, nullptr);
-  EXPECT_EQ(bad->name, "bad-\xEF\xBF\xBD-name");
-  EXPECT_NE(::access(bad->path.c_str(), F_OK), 0);
+  // A name that is not UTF-8 is no row, repaired or not.
+  EXPECT_EQ(nodeAt(root, home / "Documents/bad-\xEF\xBF\xBD-name"), nullptr);
 
-  // The large files: largest first; the shown names are repaired too.
+  // The large files: largest first; only names that are text.
   ASSERT_GE(result.largeFiles.size(), 5u);
   EXPECT_EQ(result.largeFiles[0].path, home / "Documents/big-link");  // equal size, path order
   EXPECT_EQ(result.largeFiles[1].path, home / "Downloads/big.iso");
@@ -195,6 +198,69 @@ TEST(SpaceTreeBuilder, MeasuresAHomeFolderAndItAllAddsUp) {
     EXPECT_TRUE(isValidUtf8(item.path));
     EXPECT_GE(item.bytes, 1 << 21);
     EXPECT_TRUE(item.modificationDate.has_value());
+  }
+}
+
+TEST(SpaceTreeBuilder, NamesThatArentTextAreNoRowsButTheirBytesCount) {
+  // A folder "com.twin\xffname" was shown repaired, with the id and path of
+  // its real sibling "com.twin\ufffdname": two rows with one id, one of them
+  // naming the wrong folder. Each case puts the pair at another level.
+  for (const std::string level : {"", "Library/Caches/", ".cache/"}) {
+    TemporaryDirectory home;
+    const std::string raw = level + "com.twin\xffname";
+    const std::string twin = level + "com.twin\xEF\xBF\xBDname";
+    writeBytes(home, raw + "/blob", 3 << 20);
+    writeBytes(home, raw + "/deeper/blob", 2 << 20);
+    writeBytes(home, level + "file-\xfe.bin", 2 << 20);
+    writeBytes(home, twin + "/blob", 5 << 20);
+    const auto result = SpaceTreeBuilder(smallOptions()).build(home.path());
+
+    EXPECT_EQ(result.root.bytes, findFileBytes(home.path())) << level;
+    EXPECT_EQ(result.warnings, std::vector<std::string>{SpaceNaming::leftOutNamesWarning(2)});
+    std::set<std::string> ids;
+    std::function<void(const SpaceNode&)> visit = [&](const SpaceNode& node) {
+      EXPECT_TRUE(isValidUtf8(node.id));
+      EXPECT_TRUE(ids.insert(node.id).second) << "two rows with the id " << node.id;
+      if (node.kind == SpaceNodeKind::directory && node.path != home.path()) {
+        EXPECT_EQ(node.bytes, findFileBytes(node.path)) << "the row names its own folder";
+      }
+      for (const auto& child : node.children)
+        visit(child);
+    };
+    visit(result.root);
+    const SpaceNode* real = nodeAt(result.root, home / twin);
+    ASSERT_NE(real, nullptr) << level;
+    EXPECT_EQ(real->bytes, findFileBytes(home / twin));
+    for (const auto& item : result.largeFiles)
+      EXPECT_EQ(::access(item.path.c_str(), F_OK), 0) << item.path;
+  }
+}
+
+TEST(SpaceTreeBuilder, DeepNestsAreMeasuredPastPathMaxAndMarkedPartialPastTheDepthLimit) {
+  struct Case {
+    int depth;
+    bool tooDeep;
+  };
+  const int limit = static_cast<int>(kMaximumWalkDepth);
+  for (const Case nest : {Case{2100, false}, Case{limit + 300, true}}) {
+    TemporaryDirectory home;
+    const std::string top = home.makeDirectory("Caches/app");
+    testing::makeDeepNest(top, nest.depth, "d", "data");
+    writeBytes(home, "Documents/report.pdf", 3 << 20);
+    const std::int64_t oneLevel = testing::allocatedBytesOfOneLevel(top);
+    const std::int64_t levels = nest.tooDeep ? limit - 2 : nest.depth;  // "Caches/app" are 2
+    const testing::OpenFileLimit openFiles(1024);
+    const auto result = SpaceTreeBuilder(smallOptions()).build(home.path());
+    const SpaceNode* caches = nodeAt(result.root, home / "Caches");
+    ASSERT_NE(caches, nullptr);
+    EXPECT_EQ(caches->bytes, oneLevel * levels) << nest.depth;
+    EXPECT_EQ(caches->isPartial, nest.tooDeep);
+    EXPECT_EQ(result.root.isPartial, nest.tooDeep);
+    if (nest.tooDeep) {
+      EXPECT_EQ(result.warnings, std::vector<std::string>{SpaceNaming::tooDeepWarning(1)});
+    } else {
+      EXPECT_TRUE(result.warnings.empty());
+    }
   }
 }
 

@@ -144,15 +144,25 @@ SpaceTreeBuilder::Result SpaceWalker::run() {
   for (int index = 0; index < static_cast<int>(entries_.size()); ++index) {
     const RootEntry& entry = entries_[index];
     struct stat info;
-    if (::lstat(entry.path.c_str(), &info) != 0) {
+    if (::fstatat(homeDescriptor_.get(), entry.leafName.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
       finishRootEntry(index, std::nullopt, 0);
       continue;
     }
+    const bool shown = isValidUtf8(entry.leafName);
+    if (!shown) ++leftOut_;
     if (!S_ISDIR(info.st_mode)) {
       // Only regular files hold blocks of their own in the tree; links and
       // special files count 0, as they do in directory listings.
       const std::int64_t bytes =
           S_ISREG(info.st_mode) ? static_cast<std::int64_t>(info.st_blocks) * 512 : 0;
+      if (!shown) {
+        SpaceNode counted;
+        counted.bytes = bytes;
+        counted.itemCount = 1;
+        leaveOutOfRoot(counted);
+        finishRootEntry(index, std::nullopt, 0);
+        continue;
+      }
       SpaceNode node = fileNode(entry.path, entry.displayName, bytes, false);
       finishRootEntry(index, std::move(node), bytes);
       continue;
@@ -170,8 +180,11 @@ SpaceTreeBuilder::Result SpaceWalker::run() {
     box->foldedRoot = SpaceFolding::isFolded(entry.leafName, std::nullopt);
     box->retainsChildren = !box->foldedRoot;
     box->isHomeLibrary = entry.leafName == "Library";
+    box->folder = FolderHandle::child(homeFolder_, entry.leafName);
+    box->shown = shown;
     rootBoxes.push_back(std::move(box));
   }
+  if (homeFolder_) homeFolder_->finishedReading(std::move(homeDescriptor_), rootBoxes.size());
   {
     std::lock_guard guard(progressLock_);
     for (const auto& box : rootBoxes)
@@ -192,7 +205,10 @@ SpaceTreeBuilder::Result SpaceWalker::run() {
 void SpaceWalker::listRootEntries() {
   // The home folder itself may be reached through a link (/home → /usr/home);
   // only what lies inside it is never followed.
-  const int fd = ::open(home_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  homeFolder_ = FolderHandle::root(home_, /*followsLinkAtRoot=*/true);
+  int error = 0;
+  homeDescriptor_ = homeFolder_->open(error);
+  const int fd = homeDescriptor_.valid() ? ::fcntl(homeDescriptor_.get(), F_DUPFD_CLOEXEC, 0) : -1;
   DIR* stream = fd >= 0 ? ::fdopendir(fd) : nullptr;
   if (stream == nullptr) {
     if (fd >= 0) ::close(fd);
@@ -295,12 +311,18 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
     failed = true;
     denied = failure.kind == BulkDirectoryLister::Failure::Kind::permissionDenied;
   };
-  if (!stopped && options_.usesBulkEnumeration) {
-    if (auto failure = BulkDirectoryLister::listInto(box->path, slots, count))
+  Descriptor folder;
+  if (!stopped) {
+    int error = 0;
+    folder = box->folder->open(error);
+    if (!folder.valid()) noteFailure(BulkDirectoryLister::failureFromErrno(error));
+  }
+  if (folder.valid() && options_.usesBulkEnumeration) {
+    if (auto failure = BulkDirectoryLister::listOpenInto(folder.get(), slots, count))
       noteFailure(*failure);
   }
-  if (!stopped && (!options_.usesBulkEnumeration || (failed && !denied))) {
-    auto slow = BulkDirectoryLister::listSlowly(box->path);
+  if (folder.valid() && (!options_.usesBulkEnumeration || (failed && !denied))) {
+    auto slow = BulkDirectoryLister::listOpenSlowly(folder.get());
     if (auto* listed = std::get_if<std::vector<BulkDirectoryEntry>>(&slow)) {
       failed = false;
       count = listed->size();
@@ -327,13 +349,25 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
     }
     --allowance;
 
+    // A name that isn't valid text can't cross as JSON without being
+    // repaired, and a repaired name would point at another place, perhaps a
+    // real sibling: such an entry is counted, never shown.
+    const bool shown = isValidUtf8(entry.name);
+    if (!shown && box->shown) ++leftOut_;
+
     if (entry.kind == BulkDirectoryEntry::Kind::directory) {
       std::string childPath = joinPath(box->path, entry.name);
-      if (reuse_ != nullptr) {
+      if (reuse_ != nullptr && shown) {
         if (const SpaceNode* stored = reuse_->reusableNode(childPath)) {
           reusedNodes.push_back(stored);
           continue;
         }
+      }
+      if (isBeyondWalkLimits(box->folder->depth() + 1, childPath.size())) {
+        // Not entered: the walk is partial here, and says so once.
+        cutShort = true;
+        ++tooDeep_;
+        continue;
       }
       auto child = std::make_shared<Box>();
       if (box->isHomeLibrary && entry.name == "Mobile Documents") {
@@ -344,8 +378,10 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
         child->displayName = entry.name;
       }
       child->path = std::move(childPath);
-      child->retainsChildren = box->retainsChildren && !child->foldedRoot;
+      child->shown = shown && box->shown;
+      child->retainsChildren = box->retainsChildren && child->shown && !child->foldedRoot;
       child->parent = box;
+      child->folder = FolderHandle::child(box->folder, entry.name);
       newBoxes.push_back(std::move(child));
       continue;
     }
@@ -354,9 +390,10 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
     fileBytes += bytes;
     fileCount += 1;
     if (entry.mayShareStorage) sharedFileBytes += bytes;
-    const bool isLarge =
-        entry.kind == BulkDirectoryEntry::Kind::file && bytes >= largeFiles_.threshold();
-    const bool keepsNode = box->retainsChildren && bytes >= options_.minimumChildBytes;
+    const bool pathShown = shown && box->shown;
+    const bool isLarge = pathShown && entry.kind == BulkDirectoryEntry::Kind::file &&
+                         bytes >= largeFiles_.threshold();
+    const bool keepsNode = pathShown && box->retainsChildren && bytes >= options_.minimumChildBytes;
     if (isLarge || keepsNode) {
       const std::string childPath = joinPath(box->path, entry.name);
       if (isLarge)
@@ -364,6 +401,10 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
                           entry.modificationDate);
       if (keepsNode)
         fileNodes.push_back(fileNode(childPath, entry.name, bytes, entry.mayShareStorage));
+      else if (box->retainsChildren) {
+        tinyBytes += bytes;
+        tinyCount += 1;
+      }
     } else if (box->retainsChildren) {
       tinyBytes += bytes;
       tinyCount += 1;
@@ -401,6 +442,7 @@ void SpaceWalker::process(const BoxPtr& box, std::int64_t& allowance) {
     slots.clear();
     slots.shrink_to_fit();
   }
+  if (folder.valid()) box->folder->finishedReading(std::move(folder), newBoxes.size());
   push(std::move(newBoxes));
   complete(box);
   pulse();
@@ -415,7 +457,12 @@ void SpaceWalker::complete(BoxPtr box) {
       node = buildNode(*box);
     }
     if (box->rootIndex >= 0) {
-      finishRootEntry(box->rootIndex, std::move(node), 0);
+      if (box->shown) {
+        finishRootEntry(box->rootIndex, std::move(node), 0);
+      } else {
+        leaveOutOfRoot(node);
+        finishRootEntry(box->rootIndex, std::nullopt, 0);
+      }
       return;
     }
     BoxPtr parent = box->parent;
@@ -427,7 +474,13 @@ void SpaceWalker::complete(BoxPtr box) {
       parent->sharedBytes += node.sharedBytes;
       parent->isPartial = parent->isPartial || node.isPartial;
       if (parent->rootIndex >= 0) ++parent->childDirsFinished;
-      if (parent->retainsChildren) parent->children.push_back(std::move(node));
+      if (parent->retainsChildren && box->shown) {
+        parent->children.push_back(std::move(node));
+      } else if (parent->retainsChildren) {
+        // Counted in its parent among the items too small to show.
+        parent->tinyBytes += node.bytes;
+        parent->tinyCount += 1;
+      }
     }
     // Nothing touches a finished box again; drop its link so that a deep
     // chain is freed as it goes.
@@ -460,6 +513,15 @@ SpaceNode SpaceWalker::buildNode(Box& box) const {
   if (kept != children.size() || box.tinyCount != 0)
     cutToGroup(children, kept, box.tinyBytes, box.tinyCount, node.path + "#other");
   return node;
+}
+
+void SpaceWalker::leaveOutOfRoot(const SpaceNode& node) {
+  std::lock_guard guard(progressLock_);
+  leftOutOfRoot_.bytes += node.bytes;
+  leftOutOfRoot_.itemCount += node.itemCount;
+  leftOutOfRoot_.sharedBytes += node.sharedBytes;
+  leftOutOfRoot_.isPartial = leftOutOfRoot_.isPartial || node.isPartial;
+  measuredBytes_ += node.bytes;
 }
 
 void SpaceWalker::finishRootEntry(int index, std::optional<SpaceNode> node, std::int64_t bytes) {
@@ -553,12 +615,22 @@ SpaceTreeBuilder::Result SpaceWalker::assemble() {
   result.root.kind = SpaceNodeKind::directory;
   result.root.accessDenied = rootDenied_;
   sumInto(result.root, visible);
+  {
+    // Entries of the home folder whose names aren't text: not rows, but
+    // their bytes are the home folder's all the same.
+    std::lock_guard guard(progressLock_);
+    sumInto(result.root, {leftOutOfRoot_});
+  }
   result.root.isPartial = result.root.isPartial || exhausted;
   result.root.children = std::move(visible);
   finishTopLevel(result.root.children, options_.topChildrenPerLevel, homePath + "#other");
 
   if (rootDenied_) result.warnings.push_back(SpaceTreeBuilder::homeUnreadableWarning);
   if (exhausted) result.warnings.push_back(SpaceTreeBuilder::budgetExhaustedWarning);
+  if (const std::int64_t count = leftOut_.load(); count > 0)
+    result.warnings.push_back(SpaceNaming::leftOutNamesWarning(count));
+  if (const std::int64_t count = tooDeep_.load(); count > 0)
+    result.warnings.push_back(SpaceNaming::tooDeepWarning(count));
   result.largeFiles = largeFiles_.sortedItems();
   result.rootEntryCount = static_cast<std::int64_t>(entries_.size());
   return result;

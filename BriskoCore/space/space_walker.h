@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/folder_walk.h"
 #include "rules/scan_progress_ledger.h"
 #include "space/entry_budget.h"
 #include "space/large_file_heap.h"
@@ -51,6 +52,10 @@ class SpaceWalker {
     std::string path;
     std::string displayName;
     std::shared_ptr<Box> parent;
+    FolderHandle::Ptr folder;
+    // False for a folder whose name isn't valid text: it can't be a row, so
+    // its sizes join its parent's small items instead.
+    bool shown = true;
     int rootIndex = -1;  // root boxes only
     bool foldedRoot = false;
     bool retainsChildren = true;
@@ -79,6 +84,7 @@ class SpaceWalker {
   void process(const BoxPtr& box, std::int64_t& allowance);
   void complete(BoxPtr box);
   SpaceNode buildNode(Box& box) const;
+  void leaveOutOfRoot(const SpaceNode& node);
   void finishRootEntry(int index, std::optional<SpaceNode> node, std::int64_t bytes);
   SpaceScanProgress progressLocked(std::string title);
   std::string mostImportantUnfinishedTitleLocked() const;
@@ -96,6 +102,12 @@ class SpaceWalker {
   LargeFileHeap largeFiles_;
   EntryBudget budget_;
   bool rootDenied_ = false;
+  FolderHandle::Ptr homeFolder_;
+  Descriptor homeDescriptor_;  // held until the root boxes are made
+  // Entries left out of the tree for a name that isn't valid text, and
+  // folders past the walk's depth.
+  std::atomic<std::int64_t> leftOut_{0};
+  std::atomic<std::int64_t> tooDeep_{0};
 
   std::mutex condLock_;
   std::condition_variable cond_;
@@ -113,6 +125,7 @@ class SpaceWalker {
   // Added to from every box; read for reports under progressLock_.
   std::atomic<std::int64_t> measuredBytes_{0};
   std::chrono::steady_clock::time_point lastPulse_;
+  SpaceNode leftOutOfRoot_;  // sums of home entries that aren't rows
   double peakFineFraction_ = 0;
 };
 

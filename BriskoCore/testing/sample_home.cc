@@ -39,7 +39,7 @@ class Builder {
   // sets its modification date that many days back.
   void file(std::string_view relative, std::int64_t kib, std::int64_t ageDays = 0) const {
     const std::string full = path(relative);
-    folder(std::filesystem::path(full).parent_path().string().substr(home_.size() + 1));
+    folder(std::filesystem::path(relative).parent_path().string());
     const int descriptor = ::open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (descriptor < 0)
       throw std::runtime_error("Cannot write " + full + ": " + std::strerror(errno));
@@ -63,6 +63,19 @@ class Builder {
     if (ageDays > 0) age(relative, ageDays);
   }
 
+  // A small file with exactly these bytes, not scaled.
+  void text(std::string_view relative, std::string_view contents) const {
+    const std::string full = path(relative);
+    folder(std::filesystem::path(relative).parent_path().string());
+    const int descriptor = ::open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (descriptor < 0 || ::write(descriptor, contents.data(), contents.size()) !=
+                              static_cast<ssize_t>(contents.size())) {
+      if (descriptor >= 0) ::close(descriptor);
+      throw std::runtime_error("Cannot write " + full);
+    }
+    ::close(descriptor);
+  }
+
   void age(std::string_view relative, std::int64_t days) const {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
@@ -71,7 +84,7 @@ class Builder {
   }
 
   void link(std::string_view relative, const std::string& target) const {
-    folder(std::filesystem::path(path(relative)).parent_path().string().substr(home_.size() + 1));
+    folder(std::filesystem::path(relative).parent_path().string());
     ::unlink(path(relative).c_str());
     if (::symlink(target.c_str(), path(relative).c_str()) != 0) {
       throw std::runtime_error("Cannot link " + path(relative) + ": " + std::strerror(errno));
@@ -82,6 +95,110 @@ class Builder {
   std::string home_;
   std::int64_t scale_;
 };
+
+// A service worker's per-origin folder: named by a hash, its origin written
+// in its index (binary, with the origin as plain text inside).
+void serviceWorkerOrigin(const Builder& b, const std::string& cacheStorage, const char* hash,
+                         const std::string& origin, std::int64_t kib) {
+  const std::string folder = cacheStorage + "/" + hash;
+  b.file(folder + "/7c4f-cache/index", 2);
+  b.file(folder + "/7c4f-cache/92c306cfcad096dd_0", kib);
+  b.text(folder + "/index.txt", std::string("\n9\n\x03swc\x12$7c4f-cache\x18") + "\x12\x1d" +
+                                    origin + "\x1a\x1d" + origin);
+}
+
+// What a Linux home holds: browser profiles with their caches in ~/.cache,
+// Electron and Flatpak and Snap applications, thumbnails, a game and its
+// shader cache, old logs, tools kept by the whitelist, keyrings and
+// documents that nothing may touch.
+void buildLinuxHalf(const Builder& b) {
+  // Chromium and Chrome: the disk caches below ~/.cache, the rest in the
+  // profile below ~/.config beside the history and logins, which stay.
+  b.file(".cache/chromium/Default/Cache/Cache_Data/data_0", 300);
+  b.file(".cache/chromium/Default/Code Cache/js/index", 120);
+  b.file(".config/chromium/Default/GPUCache/data_0", 80);
+  b.file(".config/chromium/Default/DawnWebGPUCache/data_0", 40);
+  b.file(".config/chromium/Default/History", 60);
+  b.file(".config/chromium/Default/Login Data", 30);
+  b.file(".config/chromium/component_crx_cache/hfnkpimlhhgieaddgfemjhofmfblmnib_1.crx3", 70);
+  b.file(".config/chromium/Crash Reports/completed/a1b2.dmp", 20);
+  const std::string storage = ".config/chromium/Default/Service Worker/CacheStorage";
+  serviceWorkerOrigin(b, storage, "c37a80b68feffc6077248fb3c9436b74151561b5",
+                      "https://docs.google.com/", 150);
+  serviceWorkerOrigin(b, storage, "5e1d0f2a9b8c7d6e5f4a3b2c1d0e9f8a7b6c5d4e",
+                      "https://news.example.com/", 90);
+  b.file(".cache/google-chrome/Profile 1/Cache/Cache_Data/f_000001", 400);
+  b.file(".config/google-chrome/Profile 1/GPUCache/data_1", 60);
+  b.file(".config/google-chrome/OptGuideOnDeviceModel/2024.6.5/weights.bin", 500);
+  b.file(".config/google-chrome/Profile 1/Bookmarks", 10);
+
+  // Firefox: its profile in ~/.mozilla, its disk cache in ~/.cache.
+  b.file(".cache/mozilla/firefox/ab12cd34.default-esr/cache2/entries/0A1B2C3D", 350);
+  b.file(".mozilla/firefox/ab12cd34.default-esr/places.sqlite", 100);
+  b.file(".mozilla/firefox/Crash Reports/submitted/bp-5e6f.txt", 5, 30);
+  b.file(".mozilla/firefox/Crash Reports/pending/3c4d.dmp", 50, 10);
+  b.file(".mozilla/firefox/Crash Reports/pending/fresh.dmp", 40, 1);
+
+  // Electron applications: chromium caches go, data stays; a protected
+  // editor's caches stay too.
+  b.file(".config/Slack/Code Cache/js/index", 150);
+  b.file(".config/Slack/GPUCache/data_0", 30);
+  b.file(".config/Slack/Cache/Cache_Data/f_000002", 90);
+  b.file(".config/Slack/storage/root-state.json", 20);
+  b.file(".config/Code/Code Cache/js/index", 40);
+  b.file(".config/Code/CachedExtensionVSIXs/ms-python.python-2024.8.0", 200);
+  b.file(".config/Code/logs/20240601T101010/main.log", 10);
+  b.file(".config/Code/User/settings.json", 2);
+  b.file(".config/Cursor/Code Cache/js/index", 60);
+  b.file(".config/Cursor/GPUCache/data_0", 10);
+
+  // Flatpak applications: each one's cache (its temporary folder inside),
+  // an Electron application's caches in its config; data stays.
+  b.file(".var/app/org.gnome.Maps/cache/tiles/12/2048.png", 250);
+  b.file(".var/app/org.gnome.Maps/cache/tmp/download.part", 10);
+  b.file(".var/app/org.gnome.Maps/data/places.db", 30);
+  b.file(".var/app/com.spotify.Client/cache/spotify/Data/a1", 400);
+  b.file(".var/app/com.discordapp.Discord/config/discord/Code Cache/js/index", 110);
+  b.file(".var/app/com.discordapp.Discord/config/discord/GPUCache/data_0", 20);
+
+  // Snap: the caches of a revision and of common, never through "current".
+  b.file("snap/firefox/common/.cache/mozilla/firefox/x.default/cache2/entries/E1", 200);
+  b.file("snap/firefox/4200/.cache/fontconfig/cache-9", 20);
+  b.file("snap/firefox/4200/.mozilla/firefox/x.default/places.sqlite", 40);
+  b.link("snap/firefox/current", "4200");
+
+  b.file(".cache/thumbnails/normal/0a1b2c.png", 60);
+  b.file(".cache/thumbnails/large/3d4e5f.png", 120);
+
+  // Steam: a game, its saves and its shader cache.
+  b.file(".local/share/Steam/steamapps/shadercache/570/fozpipelinesv6/pipeline_cache.foz", 500);
+  b.file(".local/share/Steam/steamapps/common/Dota 2/game/bin/dota", 300);
+  b.file(".local/share/Steam/userdata/1/570/remote/cfg/config.cfg", 5);
+
+  // Logs, old and new.
+  b.file(".xsession-errors.old", 40, 10);
+  b.file(".local/share/xorg/Xorg.0.log", 30);
+  b.file(".local/share/xorg/Xorg.0.log.old", 25, 20);
+  b.file(".local/state/nvim/log", 15, 9);
+  b.file(".local/state/nvim/lsp.log", 20, 8);
+  b.file(".local/state/nvim/shada/main.shada", 10, 30);
+  b.file(".local/state/syncthing/logs/2024-05.log", 35, 12);
+
+  // Tools the default whitelist keeps, and Playwright's protected browsers.
+  b.file(".cache/JetBrains/IntelliJIdea2024.1/caches/content.dat", 300);
+  b.file(".config/JetBrains/IntelliJIdea2024.1/options/ide.general.xml", 5);
+  b.file(".local/share/JetBrains/Toolbox/apps/idea/bin/idea.sh", 20);
+  b.file(".cache/ms-playwright/chromium-1105/chrome-linux/chrome", 500);
+  b.file(".cache/pypoetry/virtualenvs/app-Xy12-py3.11/lib/site.py", 300);
+  b.file(".cache/lm-studio/models/tiny/model.gguf", 300);
+
+  // What nothing may touch: keyrings, documents, a program in Downloads.
+  b.file(".local/share/keyrings/login.keyring", 5);
+  b.file("Documents/thesis.odt", 100);
+  b.file("Downloads/Editor-x86_64.AppImage", 500);
+  b.file("Downloads/code_1.90.0_amd64.deb", 600);
+  b.file("Downloads/tool-2.0-1.x86_64.rpm", 200);
+}
 
 std::int64_t referenceTotal = 0;
 
@@ -155,9 +272,12 @@ void buildSampleHome(const std::string& home, std::int64_t scale) {
   b.file(chrome + "Default/GPUCache/data_1", 120);
   b.file(chrome + "Profile 1/Code Cache/wasm/index", 140);
   b.file(chrome + "Default/History", 90);
-  b.file(chrome + "Default/Service Worker/CacheStorage/3c1a5e_https_example.org/cache_0", 210);
-  b.file(chrome + "Default/Service Worker/CacheStorage/9f00d2_https_news.example.com/cache_0", 110);
-  b.file(chrome + "Default/Service Worker/CacheStorage/77aa01_https_mail.google.com/cache_0", 160);
+  const std::string chromeStorage = chrome + "Default/Service Worker/CacheStorage";
+  serviceWorkerOrigin(b, chromeStorage, "3c1a5e_https_example.org", "https://example.org/", 210);
+  serviceWorkerOrigin(b, chromeStorage, "9f00d2_https_news.example.com",
+                      "https://news.example.com/", 110);
+  serviceWorkerOrigin(b, chromeStorage, "77aa01_https_mail.google.com", "https://mail.google.com/",
+                      160);
   b.file("Library/Application Support/Firefox/Profiles/x1y2z3.default-release/cache2/entries/A1",
          310);
 
@@ -188,6 +308,8 @@ void buildSampleHome(const std::string& home, std::int64_t scale) {
 
   // Video editing render caches.
   b.file("Movies/CacheClip/clip-0001.cache", 480);
+
+  buildLinuxHalf(b);
 }
 
 void makeEmptyFiles(const std::string& path, int count) {

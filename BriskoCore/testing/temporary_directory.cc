@@ -1,5 +1,7 @@
 #include "testing/temporary_directory.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +9,9 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+
+#include "cleanup/safe_removal.h"
+#include "platform/folder_walk.h"
 
 namespace brisko::testing {
 
@@ -82,18 +87,31 @@ bool isReachableByOtherUsers(const std::string& path) {
   }
 }
 
-void removeTree(const std::string& path) {
-  std::error_code error;
-  // Tests may leave folders without permissions; give them back first.
-  for (auto it = std::filesystem::recursive_directory_iterator(
-           path, std::filesystem::directory_options::skip_permission_denied, error);
-       !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-    if (it->is_directory(error) && !it->is_symlink(error)) {
-      ::chmod(it->path().c_str(), 0700);
-    }
+namespace {
+
+// Gives every folder of a tree its permissions back, at any depth.
+class PermissionRestorer : public FolderVisitor {
+ public:
+  Step visit(int folder, const std::string&, const std::string& name, unsigned char type) override {
+    if (type != DT_DIR) return Step::next;
+    ::fchmodat(folder, name.c_str(), 0700, 0);
+    return Step::enter;
   }
+};
+
+}  // namespace
+
+void removeTree(const std::string& path) {
+  // Tests may leave folders without permissions; give them back first.
   ::chmod(path.c_str(), 0700);
-  std::filesystem::remove_all(path, error);
+  Descriptor top(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (top.valid()) {
+    PermissionRestorer restorer;
+    descendFolders(std::move(top), path, restorer);
+  }
+  // Trees deeper than PATH_MAX or than the open-file limit go too.
+  std::error_code error;
+  if (removeWithoutFollowingLinks(path).has_value()) std::filesystem::remove_all(path, error);
 }
 
 }  // namespace brisko::testing

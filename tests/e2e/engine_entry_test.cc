@@ -81,14 +81,57 @@ TEST(EngineEntry, UnknownArgumentsFail) {
   expectOneLineFailure(engine({"overview", "/"}), "Unknown argument \"/\"");
 }
 
+TEST(EngineEntry, BadRequestsGetOneShortPlainLineAndStatus65) {
+  const std::string hugeField = "{\"planID\":\"" + std::string(1 << 20, 'A') + "\"}";
+  const std::string tooLarge = std::string(17 << 20, ' ') + "{\"planID\":\"x\"}";
+  const std::string request = R"({"findingIDs":["user-caches"],"itemIDs":[]})";
+  const struct {
+    const char* name;
+    const char* command;
+    std::string input;
+    const char* mentioning;
+  } rows[] = {
+      {"a 1 MB field", "execute-plan", hugeField, "\"AAAA"},
+      {"escapes and overrides", "execute-plan", R"({"planID":"\u001b[2J\u0007\u009b\u202ex"})",
+       "\"\\u{1B}[2J\\u{7}\\u{9B}\\u{202E}x\""},
+      {"raw bytes that aren't UTF-8", "execute-plan", "{\"planID\":\"\xff\x1b\"}",
+       "not valid JSON"},
+      {"a NUL and more after the request", "create-plan", request + std::string(1, '\0') + "junk",
+       "NUL"},
+      {"text after the request", "create-plan", request + " junk", "not valid JSON"},
+      {"more than a request can be", "create-plan", tooLarge, "larger than 16 MiB"},
+  };
+  TemporaryDirectory home;
+  for (const auto& row : rows) {
+    ProcessOptions options = withHome(home.path());
+    options.standardInput = row.input;
+    const ProcessResult result = engine({row.command}, options);
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(result.exitStatus, 65) << result.standardError.substr(0, 300);
+    expectOneLineFailure(result, row.mentioning);
+    EXPECT_LT(result.standardError.size(), 600u);
+    for (const char raw : {'\x1b', '\x07', '\0'}) {
+      EXPECT_EQ(result.standardError.find(raw), std::string::npos) << int(raw);
+    }
+    EXPECT_EQ(result.standardError.find("\xe2\x80\xae"), std::string::npos) << "U+202E raw";
+  }
+  // The command line is quoted the same way.
+  const std::string bell = "run\x07" + std::string(5000, 'x');
+  const ProcessResult argument = engine({"capabilities", bell});
+  expectOneLineFailure(argument, "\"run\\u{7}xxx");
+  EXPECT_NE(argument.standardError.find("x\u2026\""), std::string::npos) << argument.standardError;
+  EXPECT_LT(argument.standardError.size(), 600u);
+}
+
 TEST(EngineEntry, HomeFolderThatCannotBeReadFails) {
   TemporaryDirectory folder;
   expectOneLineFailure(engine({"overview"}, withHome(folder / "missing")), "missing");
   const std::string file = folder.writeFile("plain-file", "x");
   expectOneLineFailure(engine({"overview"}, withHome(file)), "not a folder");
-  // A multi-line message still reaches standard error as one line.
+  // A multi-line message still reaches standard error as one line, its line
+  // break written as an escape.
   const std::string odd = folder / "two\nlines";
-  expectOneLineFailure(engine({"overview"}, withHome(odd)), "two lines");
+  expectOneLineFailure(engine({"overview"}, withHome(odd)), "two\\u{A}lines");
 }
 
 TEST(EngineEntry, StandardInputIsIgnoredByCommandsWithoutARequest) {

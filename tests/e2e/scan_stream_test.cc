@@ -141,11 +141,13 @@ TEST_F(ScanStreamOnSampleHome, StreamsStartedProgressFindingsAndTheWholeReport) 
   std::vector<std::string> ids;
   for (const auto& finding : report.findings)
     ids.push_back(finding.id);
-  EXPECT_EQ(ids, (std::vector<std::string>{
-                     "user-caches", "user-logs", "xcode-derived-data", "downloaded-installers",
-                     "dev-tool-caches", "xcode-device-support", "xcode-simulators",
-                     "stale-tool-versions", "browser-caches", "app-deep-caches",
-                     "video-project-caches", "report-mail-data", "report-ai-models"}));
+  EXPECT_EQ(
+      ids, (std::vector<std::string>{
+               "user-caches", "user-logs", "xcode-derived-data", "downloaded-installers",
+               "dev-tool-caches", "xcode-device-support", "xcode-simulators", "stale-tool-versions",
+               "browser-caches", "app-deep-caches", "video-project-caches", "report-mail-data",
+               "report-ai-models", "thumbnail-cache", "flatpak-app-caches", "snap-app-caches",
+               "game-shader-caches"}));
 
   // Sizes are the allocated bytes of what each row names.
   for (const auto& finding : report.findings) {
