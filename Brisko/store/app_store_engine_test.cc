@@ -129,7 +129,7 @@ std::string describe(const AppStore& store) {
   return text;
 }
 
-TEST_F(AppStoreOnSampleHome, AScanPreselectsTheRecommendedCleanupsAndTheTrashAndAGuardHoldsBack) {
+TEST_F(AppStoreOnSampleHome, AScanPreselectsTheRecommendedAndTheTrashAndAGuardedProgramHoldsBack) {
   struct Case {
     const char* name;
     bool xcodeRunning;

@@ -140,7 +140,7 @@ class LinuxHomeTest : public ::testing::Test {
   std::string home;
 };
 
-TEST_F(LinuxHomeTest, RunningBrowsersAndAFlatpakHoldTheirCachesBackInScanAndRun) {
+TEST_F(LinuxHomeTest, BrowsersAndAFlatpakRunningAsGuardedProgramsHoldTheirCachesBack) {
   if (!onPath("chromium") || !onPath("flatpak")) {
     GTEST_SKIP() << "needs the Debian packages chromium and flatpak (scripts/install-packages.sh)";
   }

@@ -194,7 +194,7 @@ TEST_F(ScanStreamOnSampleHome, ExcludingInstallersDropsTheirRuleAndItsStep) {
   EXPECT_EQ(twice.standardOutput, "");
 }
 
-TEST_F(ScanStreamOnSampleHome, ARunningGuardedApplicationHoldsItsFindingBack) {
+TEST_F(ScanStreamOnSampleHome, ARunningGuardedProgramHoldsItsFindingBack) {
   // A real process whose executable is called Xcode.
   TemporaryDirectory bin;
   const std::string xcode = bin / "Xcode";
