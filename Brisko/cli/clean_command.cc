@@ -111,7 +111,9 @@ int runClean(CommandCall& call) {
   CliSession session(console, std::move(options));
   session.scan();
   const std::vector<Pick> picks = picksOf(arguments.operands, session.store());
-  session.onMain([&](AppStore& store) { select(store, arguments.has("recommended"), arguments.has("keep-trash"), picks); });
+  session.onMain([&](AppStore& store) {
+    select(store, arguments.has("recommended"), arguments.has("keep-trash"), picks);
+  });
 
   const AppStore& store = session.store();
   const CreateCleanupPlanRequest request =
