@@ -73,6 +73,8 @@ void Console::write(std::string_view text) {
 void Console::progress(std::string_view line) {
   if (!showsProgress_) return;
   std::lock_guard guard(lock_);
+  if (progressShown_ && line == lastProgress_) return;
+  lastProgress_ = std::string(line);
   const std::string text =
       "\r\033[K" + std::string(firstColumns(line, static_cast<size_t>(width_ - 1)));
   writeAll(STDERR_FILENO, text);

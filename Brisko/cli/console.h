@@ -67,6 +67,7 @@ class Console {
   mutable std::mutex lock_;
   bool closed_ = false;         // guarded by lock_
   bool progressShown_ = false;  // guarded by lock_
+  std::string lastProgress_;    // guarded by lock_
 };
 
 }  // namespace brisko::cli
