@@ -114,7 +114,8 @@ std::string planText(const CleanupPlan& plan, std::optional<std::int64_t> trashB
   if (!leftOut.empty()) text += "Left out:\n" + leftOut;
   if (missing > 0)
     text += "Left out " + std::to_string(missing) +
-            " catalog locations that this home folder doesn\u2019t have.\n";
+            (missing == 1 ? " catalog location that this home folder doesn\u2019t have.\n"
+                          : " catalog locations that this home folder doesn\u2019t have.\n");
   return text;
 }
 
