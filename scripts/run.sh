@@ -15,36 +15,32 @@ echo "== BriskoEngine overview (home folder: ${HOME})"
 "$engine" overview
 echo
 
-# A scan of a sample home folder: realistic caches, logs, developer and browser
-# data, installers, a protected folder, a whitelisted one and links into
-# protected places, built in a temporary folder and removed afterwards.
-demo="$root/build/release/bin/brisko-demo"
+# Brisko's job on a sample home folder: realistic caches, logs, developer and
+# browser data, installers, a protected folder, a whitelisted one and links
+# into protected places, built in a temporary folder and removed afterwards.
+# `brisko` runs with HOME and the XDG folders pointed there, so that its
+# plans, receipts and Trash are the sample's; --keep-trash leaves the Trash
+# folders of other disks (which are the real user's) alone.
+brisko="$root/build/release/bin/brisko"
 sample=$(mktemp -d "${TMPDIR:-/tmp}/brisko-demo.XXXXXX")
 trap 'rm -rf "$sample"' EXIT
-"$demo" sample-home "$sample/home" 64
-echo "== BriskoEngine scan-stream (home folder: $sample/home)"
-HOME="$sample/home" "$engine" scan-stream >"$sample/events.jsonl"
-echo "$(wc -l <"$sample/events.jsonl") event lines; the first and the last:"
-head -n 1 "$sample/events.jsonl"
-tail -n 1 "$sample/events.jsonl" | cut -c 1-300
-echo "..."
-echo
-"$demo" summarize <"$sample/events.jsonl"
+"$root/build/release/bin/brisko-demo" sample-home "$sample/home" 64
+in_sample() {
+  HOME="$sample/home" XDG_DATA_HOME="$sample/home/.local/share" \
+    XDG_CONFIG_HOME="$sample/home/.config" XDG_CACHE_HOME="$sample/home/.cache" "$@"
+}
 
+echo "== brisko scan (home folder: $sample/home)"
+in_sample "$brisko" scan
 echo
-echo "== BriskoEngine space-stream (home folder: $sample/home)"
-"$root/scripts/show-space.sh" "$sample/home" "$root/build/release"
-
-# The clean road on the same sample home: plan what is recommended, run the
-# plan (every item is checked again at the moment of its deletion), and read
-# the receipt.
+echo "== brisko space --depth 1"
+in_sample "$brisko" space --depth 1
 echo
-echo "== BriskoEngine create-plan (the recommended findings of the scan)"
-"$demo" plan-request <"$sample/events.jsonl" >"$sample/request.json"
-cat "$sample/request.json"
-HOME="$sample/home" "$engine" create-plan <"$sample/request.json" >"$sample/plan.json"
-"$demo" describe-plan <"$sample/plan.json" >"$sample/execute.json"
+# The clean road: plan what is recommended (what the window preselects), run
+# the plan (every item is checked again at the moment of its deletion), and
+# read the receipt.
+echo "== brisko clean --recommended --keep-trash --yes"
+in_sample "$brisko" clean --recommended --keep-trash --yes || echo "(some items were kept; the receipt says which)"
 echo
-echo "== BriskoEngine execute-plan"
-HOME="$sample/home" "$engine" execute-plan <"$sample/execute.json" >"$sample/cleanup.jsonl"
-"$demo" receipt <"$sample/cleanup.jsonl"
+echo "== brisko history"
+in_sample "$brisko" history

@@ -190,8 +190,9 @@ DiskSnapshot BundledEngineClient::overview() {
 
 EventStream<ScanEvent> BundledEngineClient::scan() {
   std::vector<std::string> arguments{"scan-stream"};
-  if (settings_.boolValue(kDownloadedInstallersSetting) == false)
-    arguments.push_back("--exclude-installers");
+  const bool scanInstallers =
+      installersOverride_.value_or(settings_.boolValue(kDownloadedInstallersSetting) != false);
+  if (!scanInstallers) arguments.push_back("--exclude-installers");
   return stream<ScanEvent>(std::move(arguments));
 }
 

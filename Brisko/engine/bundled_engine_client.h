@@ -33,6 +33,11 @@ class BundledEngineClient : public EngineClient {
 
   const std::optional<std::string>& executable() const { return executable_; }
 
+  // Stands in for the setting "scan.downloadedInstallers" in every later scan
+  // of this client (as `brisko scan --exclude-installers` asks), without
+  // writing the user's settings. Call before the first scan.
+  void overrideDownloadedInstallers(bool scanned) { installersOverride_ = scanned; }
+
   EngineCapabilities capabilities() override;
   DiskSnapshot overview() override;
   EventStream<ScanEvent> scan() override;
@@ -55,6 +60,7 @@ class BundledEngineClient : public EngineClient {
 
   std::optional<std::string> executable_;
   SettingsStore settings_;
+  std::optional<bool> installersOverride_;
   std::shared_ptr<EngineProcessSession> session_;
 };
 

@@ -115,6 +115,10 @@ class AppStore {
   // After the user confirmed. Does nothing with an empty selection, while a
   // scan runs, and while a clean is preparing or executing.
   void clean();
+  // The same with a plan that the caller made from this selection (and showed
+  // the user) beforehand: it runs as it stands, no second plan is made. An
+  // expired plan fails the run as the engine refuses it.
+  void clean(CleanupPlan plan);
   // The running clean stops after the item in work; what finished stays.
   void cancelClean();
   // After a run: the receipt is put away.
@@ -153,6 +157,7 @@ class AppStore {
   void rebuildTrash();
   const ScanFinding* finding(const std::string& id) const;
 
+  void startClean(std::optional<CleanupPlan> preparedPlan);
   void startPlan(std::shared_ptr<CleanRun> run);
   void startExecution(std::shared_ptr<CleanRun> run);
   void applyCleanupEvent(const std::shared_ptr<CleanRun>& run, const CleanupEvent& event);

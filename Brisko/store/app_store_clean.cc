@@ -50,6 +50,14 @@ bool isCancellation(const std::exception_ptr& error) {
 }  // namespace
 
 void AppStore::clean() {
+  startClean(std::nullopt);
+}
+
+void AppStore::clean(CleanupPlan plan) {
+  startClean(std::move(plan));
+}
+
+void AppStore::startClean(std::optional<CleanupPlan> preparedPlan) {
   Batch batch(*this);
   if (scanState_.kind == ScanState::Kind::scanning) return;
   auto run = std::make_shared<CleanRun>();
@@ -64,10 +72,14 @@ void AppStore::clean() {
   run->startedAt = currentDate();
   cleanRun_ = run;
   set(StoreField::cleanupActionState, cleanupActionState_, CleanupActionState::preparing());
-  if (withEngine)
-    startPlan(std::move(run));
-  else
+  if (withEngine && preparedPlan) {
+    run->plan = std::move(preparedPlan);
     startExecution(std::move(run));
+  } else if (withEngine) {
+    startPlan(std::move(run));
+  } else {
+    startExecution(std::move(run));
+  }
 }
 
 void AppStore::cancelClean() {
