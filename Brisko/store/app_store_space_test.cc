@@ -354,9 +354,9 @@ TEST_F(AppStoreSpaceOnHome, AStoppedFirstScanKeepsWhatCame) {
     space.engine->holdSpaceScanAfterNodes = c.nodes;
     const Date before = currentDate();
     space.onMain([](AppStore& s) { s.scanSpace(false); });
+    // With no node to wait for, the stop may come before the engine started.
     ASSERT_TRUE(space.runUntil([&](const AppStore& s) {
-      return space.engine->spaceScanCalls.load() == 1 &&
-             static_cast<int>(s.spaceNodes().size()) >= c.nodes;
+      return static_cast<int>(s.spaceNodes().size()) >= c.nodes;
     })) << c.name;
     space.onMain([](AppStore& s) { s.stopSpaceScan(); });
     ASSERT_TRUE(space.runUntil([](const AppStore& s) {
@@ -435,8 +435,10 @@ TEST(AppStoreSpaceAsOrdinaryUser, FailsWithTheSystemsWordsAndKeepsThePicks) {
 }
 
 TEST_F(AppStoreSpaceOnHome, AMoveAndADeleteFailForAnOrdinaryUser) {
-  folder.writeFile("home/locked/item", "i");
-  folder.writeFile("home/locked/folder/inner", "f");
+  // Rows below the top level show from a megabyte on.
+  folder.makeDirectory("home/locked/folder");
+  allocate(home + "/locked/item", 2 << 20);
+  allocate(home + "/locked/folder/inner", 2 << 20);
   folder.makeDirectory("home/.local/share");
   folder.makeDirectory("home/.config");
   folder.makeDirectory("home/.cache");
@@ -447,8 +449,8 @@ TEST_F(AppStoreSpaceOnHome, AMoveAndADeleteFailForAnOrdinaryUser) {
   auto environment = homeEnvironment(home);
   environment.emplace_back("BRISKO_TEST_SPACE_HOME", home);
   EXPECT_EQ(testing::runTestsAsOrdinaryUser("AppStoreSpaceAsOrdinaryUser.*", environment), 0);
-  EXPECT_EQ(readFileContents(home + "/locked/item"), "i");
-  EXPECT_EQ(readFileContents(home + "/locked/folder/inner"), "f");
+  EXPECT_TRUE(exists(home + "/locked/item"));
+  EXPECT_TRUE(exists(home + "/locked/folder/inner"));
 }
 
 }  // namespace
