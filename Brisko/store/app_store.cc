@@ -2,11 +2,31 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <utility>
 
+#include "platform/home_directory.h"
 #include "text/app_texts.h"
 
 namespace brisko {
+
+namespace {
+
+std::string spaceHome(const AppStoreDependencies& dependencies) {
+  if (!dependencies.homeDirectory.empty()) return dependencies.homeDirectory;
+  if (auto home = currentHomeDirectory()) return *home;
+  throw std::runtime_error("The home folder can't be found: HOME isn't set.");
+}
+
+SpaceCleanService spaceCleanServiceOf(const AppStoreDependencies& dependencies) {
+  const std::string home = spaceHome(dependencies);
+  auto operations = dependencies.spaceFileOperations
+                        ? dependencies.spaceFileOperations
+                        : std::make_shared<SystemSpaceFileOperations>(home);
+  return SpaceCleanService(home, std::move(operations));
+}
+
+}  // namespace
 
 struct AppStore::PermissionPoll {
   int wakesLeft = 0;
@@ -21,7 +41,11 @@ AppStore::AppStore(AppStoreDependencies dependencies)
       trashFolder_(std::move(dependencies.trashFolder)),
       openFullDiskAccessSettings_(std::move(dependencies.openFullDiskAccessSettings)),
       permissionPollInterval_(dependencies.permissionPollInterval),
-      permissionPollWakes_(dependencies.permissionPollWakes) {
+      permissionPollWakes_(dependencies.permissionPollWakes),
+      spaceCleanService_(spaceCleanServiceOf(dependencies)),
+      spaceCacheStore_(dependencies.spaceCacheStore
+                           ? *dependencies.spaceCacheStore
+                           : SpaceCacheStore::forHome(spaceCleanService_.homeDirectory())) {
   if (!fullDiskAccessProbe_) fullDiskAccessProbe_ = [] { return true; };
   // A command that scans without the start-up load must not show the texts of
   // a missing permission that Linux doesn't have.
@@ -33,6 +57,7 @@ AppStore::~AppStore() {
   // The workers are joined after this body; streams that still run must end.
   if (scanState_.kind == ScanState::Kind::scanning) activeEngine()->cancelScan();
   if (cleanRun_) activeEngine()->cancelCleanup();
+  if (spaceScanState_.kind == SpaceScanState::Kind::scanning) activeEngine()->cancelSpaceScan();
 }
 
 void AppStore::checkOnMain() const {

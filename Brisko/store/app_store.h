@@ -4,14 +4,15 @@
 // `brisko`'s commands read. This file holds the clean flow: the start-up
 // load, the scan and the folding of its events, the selection, the Trash row,
 // the confirmed clean with its progress and receipt, the whitelist notice and
-// the Full Disk Access poll. Later flows add sections and files of their own.
+// the Full Disk Access poll. Later flows add sections and files of their own:
+// the Space page's scan, drill-down, basket and clean are in app_store_space*.cc.
 //
 // Threads: every operation and every read runs on the main executor handed in
 // (each change checks it and stops the program when it doesn't). Engine and
 // Trash calls run on worker threads of the store and post their results back
-// in order. The store deletes nothing itself: only the engine and the
-// `TrashClient` do. Dropping the store cancels what runs and waits for its
-// workers.
+// in order. The store deletes nothing itself: only the engine, the
+// `TrashClient` and, for the Space basket, `SpaceCleanService` on a worker do. Dropping the store
+// cancels what runs and waits for its workers.
 
 #include <atomic>
 #include <chrono>
@@ -27,8 +28,12 @@
 #include "engine/engine_client.h"
 #include "protocol/receipt_records.h"
 #include "protocol/scan_records.h"
+#include "protocol/space_records.h"
+#include "space/space_cache_store.h"
+#include "space/space_clean_service.h"
 #include "store/finding_selection.h"
 #include "store/main_executor.h"
+#include "store/space_states.h"
 #include "store/store_observation.h"
 #include "store/store_states.h"
 #include "store/worker_threads.h"
@@ -50,6 +55,13 @@ struct AppStoreDependencies {
   // The Full Disk Access poll: a wake every `interval`, `wakes` times.
   std::chrono::milliseconds permissionPollInterval{1000};
   int permissionPollWakes = 300;
+  // The Space page: the home folder that bounds its cleans (empty: the
+  // user's), the disk that a clean acts on (none: the real one, GIO's Trash
+  // and the link-proof removal), the cache that the page shows first (none:
+  // the default place under the home).
+  std::string homeDirectory;
+  std::shared_ptr<SpaceFileOperations> spaceFileOperations;
+  std::optional<SpaceCacheStore> spaceCacheStore;
 };
 
 class AppStore {
@@ -85,6 +97,20 @@ class AppStore {
   const std::shared_ptr<EngineClient>& realEngine() const { return realEngine_; }
   const std::shared_ptr<TrashClient>& realTrashClient() const { return realTrashClient_; }
   bool isPermissionPollRunning() const { return permissionPollTask_ != nullptr; }
+
+  // --- The Space page's fields (app_store_space*.cc) ---------------------------
+  const std::optional<SpaceReport>& spaceReport() const { return spaceReport_; }
+  const std::vector<SpaceNode>& spaceNodes() const { return spaceNodes_; }
+  const std::vector<std::string>& spacePathStack() const { return spacePathStack_; }
+  const std::vector<LargeFileItem>& spaceLargeFiles() const { return spaceLargeFiles_; }
+  const std::optional<SpaceScanProgress>& spaceProgress() const { return spaceProgress_; }
+  const SpaceScanState& spaceScanState() const { return spaceScanState_; }
+  const std::set<std::string>& spaceBasket() const { return spaceBasket_; }
+  const std::optional<SpaceCleanReceipt>& spaceCleanReceipt() const { return spaceCleanReceipt_; }
+  bool isSpaceCleaning() const { return isSpaceCleaning_; }
+  const SpaceCleanService& spaceCleanService() const { return spaceCleanService_; }
+  const SpaceCacheStore& spaceCacheStore() const { return spaceCacheStore_; }
+  bool hasPreparedSpacePage() const { return hasPreparedSpacePage_; }
 
   // --- Start-up and the scan ------------------------------------------------
   // Takes the probe's answer, then asks the engine for its version and the
@@ -128,6 +154,50 @@ class AppStore {
   void whitelistChanged();
   void requestFullDiskAccess();
 
+  // --- The Space page -----------------------------------------------------------
+  // When the page opens; only the first call counts. Shows the cached tree
+  // (read on a worker) at once and refreshes it in place with a new scan.
+  void prepareSpacePage();
+  // Does nothing while a space scan runs. With `incremental` and a tree on
+  // screen, that tree stays until the new report replaces it, and the
+  // position and the basket are then repaired against it; otherwise the page
+  // starts empty and fills in as the scan streams.
+  void scanSpace(bool incremental);
+  // Only while a space scan runs: it ends as cancelled, keeping what shows.
+  void stopSpaceScan();
+  // Drill-down: a node without children changes nothing.
+  void enterSpaceNode(const SpaceNode& node);
+  // Cuts the stack to `depth` entries when that is shorter than it.
+  void popSpacePath(std::int64_t depth);
+  void toggleBasket(const SpaceNode& node);
+  bool isCoveredBySelection(const std::string& path) const;
+  // Moves the picked items to the Trash or deletes them, on a worker, then
+  // prunes them from the tree. Does nothing while a clean runs or with an
+  // empty basket. Refused and failed items stay picked.
+  void cleanBasket(SpaceCleanMode mode);
+  // The receipt dock's "Done".
+  void dismissSpaceCleanReceipt();
+
+  // Derived values, computed when read.
+  const std::vector<SpaceNode>& spaceDisplayNodes() const;
+  // Pointers into spaceNodes(), valid until it changes.
+  std::vector<const SpaceNode*> spaceBreadcrumb() const;
+  std::int64_t spaceMeasuredBytes() const;
+  std::vector<SpaceNode> spaceBasketNodes() const;
+  std::int64_t spaceBasketBytes() const;
+  std::int64_t spaceBasketFreeableBytes() const;
+  SpaceView::DockPhase spaceDockPhase() const;
+  // The rows of the level shown, their bars scaled to its largest row.
+  std::vector<DirectoryRow> spaceRows() const;
+  // The selection control shows when the row is picked or covered, or when
+  // the pointer is over a row that can be picked.
+  bool showsSelectionControl(const DirectoryRow& row) const;
+  std::string selectionHelp(const DirectoryRow& row) const;
+  // The texts of the page in its present state.
+  std::string spaceMeasuredText() const;
+  std::string spaceStatusText() const;
+  std::string spaceBasketText() const;
+
  private:
   class Batch;
   friend class Batch;
@@ -167,6 +237,12 @@ class AppStore {
   void failClean(const std::shared_ptr<CleanRun>& run, std::string message);
   void refreshDisk();
 
+  void applySpaceEvent(std::uint64_t scan, const SpaceEvent& event);
+  void applySpaceReport(const SpaceReport& report);
+  void endSpaceScan(std::uint64_t scan, std::exception_ptr error);
+  void applySpaceCleanReceipt(SpaceCleanReceipt receipt);
+  void setSpaceBasket(std::set<std::string> basket);
+
   void schedulePermissionPoll(std::shared_ptr<PermissionPoll> poll);
   void wakePermissionPoll(const std::shared_ptr<PermissionPoll>& poll);
 
@@ -179,6 +255,8 @@ class AppStore {
   std::function<void()> openFullDiskAccessSettings_;
   std::chrono::milliseconds permissionPollInterval_;
   int permissionPollWakes_;
+  SpaceCleanService spaceCleanService_;
+  SpaceCacheStore spaceCacheStore_;
 
   // Observable state; main executor only.
   std::optional<DiskSnapshot> disk_;
@@ -199,6 +277,16 @@ class AppStore {
   bool whitelistDirty_ = false;
   std::shared_ptr<DebugMockEngine> debugEngine_;
   std::shared_ptr<PermissionPoll> permissionPollTask_;
+  std::optional<SpaceReport> spaceReport_;
+  std::vector<SpaceNode> spaceNodes_;
+  std::vector<std::string> spacePathStack_;
+  std::vector<LargeFileItem> spaceLargeFiles_;
+  std::optional<SpaceScanProgress> spaceProgress_;
+  SpaceScanState spaceScanState_;
+  std::set<std::string> spaceBasket_;
+  std::optional<SpaceCleanReceipt> spaceCleanReceipt_;
+  bool isSpaceCleaning_ = false;
+  bool hasPreparedSpacePage_ = false;
 
   // Bookkeeping; main executor only.
   std::uint64_t scanNumber_ = 0;                            // events of an earlier scan are dropped
@@ -211,6 +299,13 @@ class AppStore {
   // Runs `body` on a worker once the previous engine stream has ended.
   void onStreamWorker(std::function<void()> body);
   std::shared_ptr<CleanRun> cleanRun_;
+  // The running space scan: its number (events of an earlier one are
+  // dropped), whether it keeps the old tree on screen, the nodes streamed so
+  // far, and a cancel that came before its stream existed.
+  std::uint64_t spaceScanNumber_ = 0;
+  bool spaceKeepShowing_ = false;
+  std::vector<SpaceNode> spacePendingNodes_;
+  std::shared_ptr<std::atomic<bool>> spaceScanCancelRequested_;
   StoreObservers observers_;
   StoreFields pendingChanges_;
   int batchDepth_ = 0;

@@ -33,6 +33,17 @@ enum class StoreField {
   whitelistDirty,
   debugEngine,
   permissionPollTask,
+  // The Space page.
+  spaceReport,
+  spaceNodes,
+  spacePathStack,
+  spaceLargeFiles,
+  spaceProgress,
+  spaceScanState,
+  spaceBasket,
+  spaceCleanReceipt,
+  isSpaceCleaning,
+  hasPreparedSpacePage,
   // Fields of later flows go above this line.
   count_,
 };

@@ -4,6 +4,7 @@ namespace brisko::testing {
 
 ForwardingEngine::~ForwardingEngine() {
   cancelScan();
+  cancelSpaceScan();
   for (std::thread& forwarder : forwarders_)
     forwarder.join();
 }
@@ -80,10 +81,46 @@ void ForwardingEngine::cancelCleanup() {
 }
 
 EventStream<SpaceEvent> ForwardingEngine::scanSpace(bool incremental) {
-  return real_->scanSpace(incremental);
+  ++spaceScanCalls;
+  if (!holdSpaceScanAfterNodes) return real_->scanSpace(incremental);
+  {
+    std::lock_guard guard(lock_);
+    spaceScanCancelled_ = false;
+  }
+  auto [stream, sink] = EventStream<SpaceEvent>::make();
+  forwarders_.emplace_back([this, sink = sink, real = real_->scanSpace(incremental),
+                            nodes = *holdSpaceScanAfterNodes]() mutable {
+    int seen = 0;
+    try {
+      while (seen < nodes) {
+        auto event = real.next();
+        if (!event) break;
+        if (event->node) ++seen;
+        sink.yield(std::move(*event));
+      }
+    } catch (...) {
+      sink.finish(std::current_exception());
+      return;
+    }
+    std::unique_lock guard(lock_);
+    cancelled_.wait(guard, [&] { return spaceScanCancelled_; });
+    guard.unlock();
+    try {
+      while (real.next()) {
+      }
+    } catch (...) {
+    }
+    sink.finish(std::make_exception_ptr(CancellationError()));
+  });
+  return std::move(stream);
 }
 
 void ForwardingEngine::cancelSpaceScan() {
+  {
+    std::lock_guard guard(lock_);
+    spaceScanCancelled_ = true;
+  }
+  cancelled_.notify_all();
   real_->cancelSpaceScan();
 }
 

@@ -27,9 +27,11 @@ class ForwardingEngine : public EngineClient {
   // With a value, a scan passes on the events up to this many findings, then
   // holds until it is cancelled, and ends as cancelled.
   std::optional<int> holdScanAfterFindings;
+  // The same for a space scan, after this many node events.
+  std::optional<int> holdSpaceScanAfterNodes;
 
   std::atomic<int> capabilitiesCalls = 0, overviewCalls = 0, scanCalls = 0, planCalls = 0,
-                   executeCalls = 0;
+                   executeCalls = 0, spaceScanCalls = 0;
 
   EngineCapabilities capabilities() override;
   DiskSnapshot overview() override;
@@ -45,7 +47,8 @@ class ForwardingEngine : public EngineClient {
   std::shared_ptr<EngineClient> real_;
   std::mutex lock_;
   std::condition_variable cancelled_;
-  bool scanCancelled_ = false;  // guarded by lock_
+  bool scanCancelled_ = false;       // guarded by lock_
+  bool spaceScanCancelled_ = false;  // guarded by lock_
   std::vector<std::thread> forwarders_;
 };
 
