@@ -70,12 +70,9 @@ CliSession::~CliSession() {
 }
 
 void CliSession::onMain(const std::function<void(AppStore&)>& call) {
-  bool ran = false;
-  executor_.post([&] {
-    call(*store_);
-    ran = true;
-  });
-  executor_.runUntil([&] { return ran; });
+  // The posted call is ready at once, so running until idle runs it, and
+  // what it posted in turn.
+  executor_.post([&] { call(*store_); });
   executor_.runUntilIdle();
 }
 
