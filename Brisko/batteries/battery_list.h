@@ -16,4 +16,11 @@ std::vector<std::string> readBatteryList(
     const SettingsStore& settings, bool json,
     const std::string& powerSupplyRoot = "/sys/class/power_supply");
 
+// One check with notices, as `brisko batteries --check` runs it: the
+// monitor's check with the stored threshold, ledger and directory, each
+// device that is low posted to the notification server. Returns the list it
+// saw, as lines. Runs a main executor of its own on the calling thread.
+std::vector<std::string> checkBatteriesOnce(
+    SettingsStore& settings, const std::string& powerSupplyRoot = "/sys/class/power_supply");
+
 }  // namespace brisko

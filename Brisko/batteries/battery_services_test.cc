@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "batteries/battery_settings.h"
+#include "batteries/bluetooth_le_battery_monitor.h"
 #include "batteries/low_battery_notification_center.h"
 #include "batteries/peripheral_battery_monitor.h"
 #include "batteries/system_battery_sources.h"
@@ -223,6 +224,62 @@ TEST(BatteryMonitor, NotifiesOnceThenAgainAfterRearmingOnWakeAndOnClick) {
            {"org.freedesktop.Notifications", "ActionInvoked", "us", "[<uint32 1>, <'default'>]"});
   EXPECT_TRUE(executor.runUntil([&] { return opened == 1; }));
   monitor.stop();
+}
+
+TEST(BatteryBluetoothLE, FollowsBlueZ) {
+  MockBus bus;
+  ASSERT_TRUE(bus.isRunning());
+  ManualExecutor executor;
+  BluetoothLEBatteryMonitor monitor(executor);
+  int changes = 0;
+  monitor.onChange = [&] { ++changes; };
+  monitor.start();  // BlueZ isn't there yet: nothing, and no verdict
+  EXPECT_EQ(monitor.authorization(), BluetoothLEBatteryMonitor::Authorization::notDetermined);
+  monitor.stop();
+
+  ASSERT_TRUE(bus.startTemplate("bluez5", "org.bluez"));
+  const std::string device = "/org/bluez/hci0/dev_AA_BB_CC_DD_EE_02";
+  bus.call("org.bluez", "/org/bluez", "org.bluez.Mock.AddAdapter", {"hci0", "desk"});
+  bus.call("org.bluez", "/org/bluez", "org.bluez.Mock.AddDevice",
+           {"hci0", "AA:BB:CC:DD:EE:02", "Pen & Pad"});
+  bus.call("org.bluez", "/org/bluez", "org.bluez.Mock.ConnectDevice",
+           {"hci0", "AA:BB:CC:DD:EE:02"});
+  bus.call("org.bluez", device, "org.freedesktop.DBus.Mock.AddProperties",
+           {"org.bluez.Battery1", "{'Percentage': <byte 33>}"});
+  monitor.start();
+  EXPECT_EQ(monitor.authorization(), BluetoothLEBatteryMonitor::Authorization::allowed);
+  EXPECT_EQ(monitor.readingList(),
+            (std::vector<BluetoothLEBatteryReading>{{"aa:bb:cc:dd:ee:02", "Pen & Pad", 33}}));
+  bus.call("org.bluez", device, "org.freedesktop.DBus.Properties.Set",
+           {"org.bluez.Battery1", "Percentage", "<byte 12>"});
+  ASSERT_TRUE(executor.runUntil([&] {
+    return !monitor.readings().empty() && monitor.readings().begin()->second.percent == 12;
+  }));
+  EXPECT_EQ(changes, 2);
+}
+
+TEST(BatterySettings, ThresholdAndStoredObjects) {
+  TemporaryDirectory root;
+  SettingsStore settings(root / "settings.json");
+  const struct {
+    Json stored;  // null: absent
+    int threshold;
+  } rows[] = {{nullptr, 30}, {20, 20}, {40, 40}, {25, 30}, {"40", 30}, {40.5, 30}};
+  for (const auto& row : rows) {
+    if (row.stored.is_null())
+      settings.removeValue(kLowThresholdSetting);
+    else
+      settings.setValue(kLowThresholdSetting, row.stored);
+    EXPECT_EQ(readBatterySettings(settings).lowThreshold, row.threshold) << row.stored.dump();
+  }
+  LowBatteryLedger ledger;
+  ledger.entries["m"] = {Date{std::chrono::seconds{1'800'000'000}}};
+  saveLowBatteryLedger(settings, ledger);
+  EXPECT_EQ(loadLowBatteryLedger(settings), ledger);
+  settings.setValue(kLowLedgerSetting, Json{{"entries", {{"m", {{"lastNotifiedAt", 5}}}}}});
+  EXPECT_TRUE(loadLowBatteryLedger(settings).entries.empty());
+  settings.setValue(kPeripheralDirectorySetting, "not an object");
+  EXPECT_TRUE(loadPeripheralDirectory(settings).entries.empty());
 }
 
 }  // namespace

@@ -37,16 +37,20 @@ void PeripheralBatteryMonitor::start() {
   };
   std::vector<std::pair<std::string, BusWatcher::Handler>> matches;
   matches.emplace_back(
-      "type='signal',interface='org.freedesktop.login1.Manager',member='PrepareForSleep'",
+      "type='signal',sender='org.freedesktop.login1',interface='org.freedesktop.login1.Manager',"
+      "member='PrepareForSleep'",
       [onExecutor](sd_bus_message* message) {
         int sleeping = 1;
         if (sd_bus_message_read_basic(message, 'b', &sleeping) > 0 && !sleeping)
           onExecutor(&PeripheralBatteryMonitor::wokeUp);
       });
   for (const char* rule :
-       {"type='signal',interface='org.freedesktop.UPower',member='DeviceAdded'",
-        "type='signal',interface='org.freedesktop.UPower',member='DeviceRemoved'",
-        "type='signal',interface='org.freedesktop.DBus.Properties',member='PropertiesChanged',"
+       {"type='signal',sender='org.freedesktop.UPower',interface='org.freedesktop.UPower',"
+        "member='DeviceAdded'",
+        "type='signal',sender='org.freedesktop.UPower',interface='org.freedesktop.UPower',"
+        "member='DeviceRemoved'",
+        "type='signal',sender='org.freedesktop.UPower',"
+        "interface='org.freedesktop.DBus.Properties',member='PropertiesChanged',"
         "path_namespace='/org/freedesktop/UPower'"}) {
     matches.emplace_back(rule, [onExecutor](sd_bus_message*) {
       onExecutor(&PeripheralBatteryMonitor::powerSourceChanged);
