@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "batteries/battery_list.h"
 #include "batteries/battery_settings.h"
 #include "batteries/bluetooth_le_battery_monitor.h"
 #include "batteries/low_battery_notification_center.h"
@@ -280,6 +281,39 @@ TEST(BatterySettings, ThresholdAndStoredObjects) {
   EXPECT_TRUE(loadLowBatteryLedger(settings).entries.empty());
   settings.setValue(kPeripheralDirectorySetting, "not an object");
   EXPECT_TRUE(loadPeripheralDirectory(settings).entries.empty());
+}
+
+// What `brisko batteries` and `brisko batteries --check` print and post.
+TEST(BatteryCommandLine, ListsAndChecksWithNotices) {
+  MockBus bus;
+  ASSERT_TRUE(bus.isRunning());
+  ASSERT_TRUE(bus.startTemplate("upower", kUPower));
+  ASSERT_TRUE(bus.startTemplate("notification_daemon", "org.freedesktop.Notifications"));
+  bus.call(kUPower, kUPowerPath, "org.freedesktop.DBus.Mock.AddDischargingBattery",
+           {"BAT0", "Laptop", "20.0", "600"});
+  addUPowerDevice(bus, "mouse", mouse(45));
+  TemporaryDirectory root;
+  SettingsStore settings(root / "settings.json");
+
+  EXPECT_EQ(readBatteryList(settings, false, root / "none"),
+            (std::vector<std::string>{"Computer  This computer  20%",
+                                      "Mouse  Office <Mouse> & Co  45%"}));
+  const Json list = Json::parse(readBatteryList(settings, true, root / "none").at(0));
+  EXPECT_EQ(list.at(1), (Json{{"id", "aa:bb:cc:dd:ee:01"},
+                              {"name", "Office <Mouse> & Co"},
+                              {"kind", "mouse"},
+                              {"percent", 45},
+                              {"isCharging", false}}));
+
+  for (int round : {1, 2}) {
+    EXPECT_EQ(checkBatteriesOnce(settings, root / "none").size(), 2u) << round;
+    EXPECT_EQ(notifyCalls(bus).count, 1) << round;
+  }
+  EXPECT_NE(
+      notifyCalls(bus).lastCall.find("<'Computer battery low'>, <'This computer is at 20%.'>"),
+      std::string::npos)
+      << notifyCalls(bus).lastCall;
+  EXPECT_TRUE(loadLowBatteryLedger(settings).entries.contains("internal-battery"));
 }
 
 }  // namespace
