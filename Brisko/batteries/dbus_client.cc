@@ -257,14 +257,45 @@ BusWatcher::BusWatcher(BusKind kind, std::vector<std::pair<std::string, Handler>
 
 BusWatcher::~BusWatcher() {
   if (thread_.joinable()) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wakeFd_, &one, sizeof one);
+    stopping_ = true;
+    wake();
     thread_.join();
   }
   if (wakeFd_ >= 0) ::close(wakeFd_);
 }
 
+void BusWatcher::wake() {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = ::write(wakeFd_, &one, sizeof one);
+}
+
+bool BusWatcher::runOnConnection(std::function<void(sd_bus*)> work) {
+  if (!thread_.joinable()) return false;
+  std::future<void> done;
+  {
+    std::lock_guard guard(jobsLock_);
+    if (ended_) return false;
+    jobs_.push_back(Job{std::move(work), {}});
+    done = jobs_.back().done.get_future();
+  }
+  wake();
+  try {
+    done.get();
+    return true;
+  } catch (const std::future_error&) {
+    return false;  // the thread ended (its bus went away) before running it
+  }
+}
+
 void BusWatcher::run() {
+  loop();
+  // Calls still waiting end unanswered, and no call waits from now on.
+  std::lock_guard guard(jobsLock_);
+  ended_ = true;
+  jobs_.clear();
+}
+
+void BusWatcher::loop() {
   sd_bus* bus = connection_->bus();
   while (true) {
     int processed = 0;
@@ -277,7 +308,20 @@ void BusWatcher::run() {
     int wait = -1;
     if (sd_bus_get_timeout(bus, &timeout) > 0 && timeout != UINT64_MAX) wait = 100;
     if (::poll(fds, 2, wait) < 0 && errno != EINTR) return;
-    if (fds[1].revents & POLLIN) return;
+    if (fds[1].revents & POLLIN) {
+      std::uint64_t count = 0;
+      [[maybe_unused]] const ssize_t got = ::read(wakeFd_, &count, sizeof count);
+      if (stopping_) return;
+      std::deque<Job> jobs;
+      {
+        std::lock_guard guard(jobsLock_);
+        jobs.swap(jobs_);
+      }
+      for (Job& job : jobs) {
+        job.work(bus);
+        job.done.set_value();
+      }
+    }
   }
 }
 

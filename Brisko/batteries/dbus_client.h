@@ -10,9 +10,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -89,8 +92,26 @@ class BusWatcher {
 
   bool isListening() const { return thread_.joinable(); }
 
+  // Runs `work` on the watcher's thread with its connection, and waits for
+  // it to end. A call made this way comes from the connection that listens,
+  // so a server that answers it with a signal sent to the caller alone (some
+  // notification servers do, for clicks) reaches the handlers. False when
+  // the watcher isn't listening.
+  bool runOnConnection(std::function<void(sd_bus*)> work);
+
  private:
+  struct Job {
+    std::function<void(sd_bus*)> work;
+    std::promise<void> done;
+  };
   void run();
+  void loop();
+  void wake();
+
+  std::mutex jobsLock_;
+  std::deque<Job> jobs_;  // guarded by jobsLock_
+  bool ended_ = false;    // guarded by jobsLock_: the thread has stopped
+  std::atomic<bool> stopping_{false};
 
   std::vector<std::unique_ptr<Handler>> handlers_;  // constant while the thread runs
   std::unique_ptr<DBusConnection> connection_;      // the thread's alone once it runs

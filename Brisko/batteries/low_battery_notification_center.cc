@@ -36,16 +36,14 @@ std::string markupEscaped(std::string_view text) {
   return escaped;
 }
 
-std::optional<std::uint32_t> sendNotify(std::uint32_t replacesID, const std::string& title,
-                                        const std::string& body) {
-  const auto connection = DBusConnection::open(BusKind::session);
-  if (!connection) return std::nullopt;
+std::optional<std::uint32_t> sendNotify(sd_bus* bus, std::uint32_t replacesID,
+                                        const std::string& title, const std::string& body) {
   sd_bus_error error = SD_BUS_ERROR_NULL;
   sd_bus_message* reply = nullptr;
   const int result = sd_bus_call_method(
-      connection->bus(), kServer, kServerPath, kServer, "Notify", &error, &reply, "susssasa{sv}i",
-      "Brisko", replacesID, "brisko", title.c_str(), body.c_str(), 2, "default", "Open", 2,
-      "desktop-entry", "s", "brisko", "category", "s", "device", -1);
+      bus, kServer, kServerPath, kServer, "Notify", &error, &reply, "susssasa{sv}i", "Brisko",
+      replacesID, "brisko", title.c_str(), body.c_str(), 2, "default", "Open", 2, "desktop-entry",
+      "s", "brisko", "category", "s", "device", -1);
   sd_bus_error_free(&error);
   std::optional<std::uint32_t> id;
   std::uint32_t value = 0;
@@ -113,7 +111,14 @@ void LowBatteryNotificationCenter::post(const PeripheralBattery& device) {
   const std::string identifier = "battery.low." + device.id;
   const auto known = serverIDs_.find(identifier);
   const std::uint32_t replaces = known == serverIDs_.end() ? 0 : known->second;
-  const auto id = sendNotify(replaces, lowBatteryTitle(device), lowBatteryBody(device));
+  const std::string title = lowBatteryTitle(device), body = lowBatteryBody(device);
+  std::optional<std::uint32_t> id;
+  // Through the listening connection when there is one: some servers send
+  // the click only to the connection that posted the notice.
+  const auto send = [&](sd_bus* bus) { id = sendNotify(bus, replaces, title, body); };
+  if (!watcher_ || !watcher_->runOnConnection(send)) {
+    if (const auto connection = DBusConnection::open(BusKind::session)) send(connection->bus());
+  }
   if (!id) return;
   serverIDs_[identifier] = *id;
   setAuthorization(Authorization::allowed);
