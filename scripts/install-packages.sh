@@ -13,6 +13,10 @@ packages=(
   # real gio tool and gvfs's trash backend on a session bus of their own, and
   # use an ext4 image on a loop device.
   libglib2.0-bin gvfs gvfs-daemons dbus-daemon e2fsprogs mount
+  # Batteries and notices speak D-Bus through sd-bus; their tests run
+  # python3-dbusmock's UPower, BlueZ, logind and notification templates on a
+  # private bus.
+  libsystemd-dev dbus python3-dbusmock
   # Real applications that the Linux rules' guards are tested against.
   chromium
 )

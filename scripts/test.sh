@@ -9,7 +9,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 # The tests whose code runs on several threads at once: the walkers, the
 # engine client's readers and the store's workers.
-concurrent_tests='Walker|ConcurrentScan|SpaceTree|SpaceStream|ScanStream|EventStream|ManualExecutor|RealEngine|StandInEngine|AppStore'
+concurrent_tests='Walker|ConcurrentScan|SpaceTree|SpaceStream|ScanStream|EventStream|ManualExecutor|RealEngine|StandInEngine|AppStore|Battery'
 
 status=0
 "$root/scripts/check-format.sh" || status=1
