@@ -34,6 +34,10 @@ constexpr OptionSpec kTrashOptions[] = {
     kJson,
 };
 constexpr OptionSpec kJsonOnly[] = {kJson};
+constexpr OptionSpec kBatteriesOptions[] = {
+    {"check", false, "check once for low batteries and post a notice for each"},
+    {"json", false, "print the list as one JSON array"},
+};
 
 constexpr Command kCommands[] = {
     {"scan", "", "find what can be cleaned, and say why",
@@ -65,6 +69,12 @@ constexpr Command kCommands[] = {
      "Prints one line for each clean: when, how much was freed, what was deleted, kept and "
      "failed, and the receipt's ID.",
      kJsonOnly, runHistory},
+    {"batteries", "", "battery levels of the computer and its wireless devices",
+     "Prints one line for the computer's battery and one for each wireless device that "
+     "reports a level (mouse, keyboard, headset, ...), read from UPower, else from the "
+     "kernel and BlueZ. With --check, also posts a desktop notice for each one below the "
+     "low-battery threshold, once until it has been charged again.",
+     kBatteriesOptions, runBatteries},
 };
 
 std::string synopsis(const Command& command) {

@@ -2,7 +2,7 @@
 
 // `brisko`'s command table: one row a command, with its options, its words
 // for `--help` and the function that runs it. Later commands (`apps`,
-// `uninstall`, `tools`, `batteries`) join as rows.
+// `uninstall`, `tools`) join as rows.
 //
 // Exit statuses, the same for every command: 0 when the command did all it
 // was asked, 1 when something failed or was kept (the output says which),
@@ -49,6 +49,7 @@ int runSpace(CommandCall& call);
 int runTrash(CommandCall& call);
 int runWhitelist(CommandCall& call);
 int runHistory(CommandCall& call);
+int runBatteries(CommandCall& call);
 
 // The user's home folder; throws std::runtime_error when there is none.
 std::string homeFolder();
