@@ -10,8 +10,8 @@ namespace brisko::cli {
 
 int runBatteries(CommandCall& call) {
   if (!call.arguments.operands.empty())
-    throw UsageError("batteries takes no operands, not \u2018" +
-                     call.arguments.operands.front() + "\u2019");
+    throw UsageError("batteries takes no operands, not \u2018" + call.arguments.operands.front() +
+                     "\u2019");
   const bool json = call.arguments.has("json");
   const bool check = call.arguments.has("check");
   if (json && check) throw UsageError("--check prints lines only; leave out --json");
