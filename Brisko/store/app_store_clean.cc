@@ -27,6 +27,14 @@ struct AppStore::CleanRun {
 
 namespace {
 
+std::vector<std::string> leftOutPaths(const std::optional<CleanupPlan>& plan) {
+  std::vector<std::string> paths;
+  if (plan)
+    for (const CleanupPlanSkip& skip : plan->skipped)
+      paths.push_back(skip.path);
+  return paths;
+}
+
 std::string messageOf(const std::exception_ptr& error) {
   try {
     std::rethrow_exception(error);
@@ -253,7 +261,7 @@ void AppStore::finishClean(const std::shared_ptr<CleanRun>& run) {
   if (run->trashRow) results.push_back(*run->trashRow);
   std::vector<ScanFinding> findings = findings_;
   FindingSelection selection = selection_;
-  removeDeleted(findings, selection, results);
+  removeDeleted(findings, selection, results, leftOutPaths(run->plan));
   rebuildTrashFinding(findings, selection, trash_, trashFolder_, fullDiskAccessGranted_);
   setFindings(std::move(findings));
   setSelection(std::move(selection));
@@ -287,7 +295,7 @@ void AppStore::failClean(const std::shared_ptr<CleanRun>& run, std::string messa
   run->ended = true;
   std::vector<ScanFinding> findings = findings_;
   FindingSelection selection = selection_;
-  removeDeleted(findings, selection, run->results);
+  removeDeleted(findings, selection, run->results, leftOutPaths(run->plan));
   sortFindings(findings);
   setFindings(std::move(findings));
   setSelection(std::move(selection));

@@ -1,6 +1,7 @@
 #include "store/finding_list.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "text/app_texts.h"
@@ -55,17 +56,65 @@ void rebuildTrashFinding(std::vector<ScanFinding>& findings, FindingSelection& s
   sortFindings(findings);
 }
 
+namespace {
+
+// The outcome of one listed row: a row that is a folder may have been
+// planned as the entries it holds, so what happened under it counts too.
+struct RowOutcome {
+  bool gone = false;
+  std::int64_t freedBytes = 0;  // by the entries deleted under it
+};
+
+class DeletedPaths {
+ public:
+  DeletedPaths(const std::vector<CleanupItemResult>& results,
+               const std::vector<std::string>& leftOut) {
+    for (const CleanupItemResult& result : results) {
+      if (result.outcome == CleanupItemOutcome::deleted)
+        deleted_.emplace(result.originalPath, result.bytes);
+      else
+        remaining_.insert(result.originalPath);
+    }
+    remaining_.insert(leftOut.begin(), leftOut.end());
+  }
+
+  bool empty() const { return deleted_.empty(); }
+
+  RowOutcome outcome(const std::string& row) const {
+    if (deleted_.contains(row)) return {true, 0};
+    // Every path under the row starts with "row/", and such paths sort
+    // together.
+    const std::string prefix = row + "/";
+    RowOutcome outcome;
+    bool anyUnder = false;
+    for (auto it = deleted_.lower_bound(prefix);
+         it != deleted_.end() && it->first.starts_with(prefix); ++it) {
+      anyUnder = true;
+      outcome.freedBytes += it->second;
+    }
+    const auto left = remaining_.lower_bound(prefix);
+    const bool somethingStays = left != remaining_.end() && left->starts_with(prefix);
+    outcome.gone = anyUnder && !somethingStays;
+    return outcome;
+  }
+
+ private:
+  std::map<std::string, std::int64_t> deleted_;
+  std::set<std::string> remaining_;
+};
+
+}  // namespace
+
 void removeDeleted(std::vector<ScanFinding>& findings, FindingSelection& selection,
-                   const std::vector<CleanupItemResult>& results) {
-  std::set<std::string> deleted;
-  for (const CleanupItemResult& result : results)
-    if (result.outcome == CleanupItemOutcome::deleted) deleted.insert(result.originalPath);
+                   const std::vector<CleanupItemResult>& results,
+                   const std::vector<std::string>& leftOut) {
+  const DeletedPaths deleted(results, leftOut);
   if (deleted.empty()) return;
 
   std::vector<ScanFinding> kept;
   for (ScanFinding& finding : findings) {
     if (!hasItems(finding)) {
-      if (deleted.contains(finding.path))
+      if (deleted.outcome(finding.path).gone)
         selection.findingIDs.erase(finding.id);
       else
         kept.push_back(std::move(finding));
@@ -73,7 +122,12 @@ void removeDeleted(std::vector<ScanFinding>& findings, FindingSelection& selecti
     }
     std::vector<ScanFindingItem> items;
     for (ScanFindingItem& item : *finding.items) {
-      if (!deleted.contains(item.path)) {
+      const RowOutcome outcome = deleted.outcome(item.path);
+      if (!outcome.gone) {
+        // Partly emptied: what is left is what the row now holds.
+        const std::int64_t freed = std::min(outcome.freedBytes, item.bytes);
+        item.bytes -= freed;
+        finding.bytes = std::max<std::int64_t>(0, finding.bytes - freed);
         items.push_back(std::move(item));
         continue;
       }

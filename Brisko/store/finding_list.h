@@ -28,8 +28,12 @@ void rebuildTrashFinding(std::vector<ScanFinding>& findings, FindingSelection& s
 
 // Drops what `results` say was deleted: items (with their selection and their
 // bytes), findings without items whose path went, findings with no item left.
-// Rows that were skipped or failed stay, selected as they were. Doesn't sort.
+// A row that is a folder planned as its entries goes when every entry under
+// it was deleted and none was left out of the plan (`leftOut`); partly
+// emptied, it stays with what it still holds. Rows that were skipped or
+// failed stay, selected as they were. Doesn't sort.
 void removeDeleted(std::vector<ScanFinding>& findings, FindingSelection& selection,
-                   const std::vector<CleanupItemResult>& results);
+                   const std::vector<CleanupItemResult>& results,
+                   const std::vector<std::string>& leftOut = {});
 
 }  // namespace brisko

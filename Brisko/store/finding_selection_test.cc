@@ -4,6 +4,7 @@
 
 #include "protocol/guard_warning_text.h"
 #include "store/finding_item_grouping.h"
+#include "store/finding_list.h"
 
 namespace brisko {
 namespace {
@@ -168,6 +169,68 @@ TEST(FindingSelectionTest, TheRequestNamesWholeFindingsOrSingleItemsAndNeverTheT
   EXPECT_EQ(request.findingIDs, (std::vector<std::string>{"whole", "bare"}));
   EXPECT_EQ(request.itemIDs, (std::vector<std::string>{part.items->at(1).id}));
   EXPECT_TRUE(selection.isTrashSelected());
+}
+
+// A clean's results are by path, and a row that is a folder may have been
+// planned as its entries: the row goes only when nothing under it stays.
+TEST(FindingListTest, AFolderRowGoesWhenEverythingUnderItWasDeleted) {
+  struct Result {
+    std::string path;
+    bool deleted;
+  };
+  struct Case {
+    const char* name;
+    std::vector<Result> results;
+    std::vector<std::string> leftOut;
+    bool rowStays;
+    std::int64_t bytesLeft;  // of the 100-byte row, when it stays
+  };
+  const std::vector<Case> cases = {
+      {"the row itself deleted", {{"/home/u/0", true}}, {}, false, 0},
+      {"every entry deleted, beside a kept sibling that sorts between",
+       {{"/home/u/0-old", false}, {"/home/u/0/a", true}, {"/home/u/0/b/c", true}},
+       {},
+       false,
+       0},
+      {"an entry failed", {{"/home/u/0/a", true}, {"/home/u/0/b", false}}, {}, true, 70},
+      {"an entry left out of the plan", {{"/home/u/0/a", true}}, {"/home/u/0/p"}, true, 70},
+      {"a sibling whose name starts alike",
+       {{"/home/u/0-old/a", true}, {"/home/u/0.bak", true}},
+       {},
+       true,
+       100},
+      {"a left-out sibling doesn't hold the row",
+       {{"/home/u/0/a", true}},
+       {"/home/u/0-old/p"},
+       false,
+       0},
+  };
+  for (const Case& test : cases) {
+    ScanFinding finding = findingWith("caches", {"row", "other"});
+    finding.items->at(0).bytes = 100;
+    finding.bytes = 120;
+    FindingSelection selection;
+    selection.findingIDs.insert("caches");
+    selection.itemIDs = itemIDsOf(finding, {0, 1});
+    std::vector<CleanupItemResult> results;
+    for (const Result& result : test.results) {
+      CleanupItemResult row;
+      row.originalPath = result.path;
+      row.outcome = result.deleted ? CleanupItemOutcome::deleted : CleanupItemOutcome::failed;
+      row.bytes = result.deleted ? 30 : 0;
+      results.push_back(row);
+    }
+    const std::string rowID = finding.items->at(0).id;
+    std::vector<ScanFinding> findings = {finding};
+    removeDeleted(findings, selection, results, test.leftOut);
+    ASSERT_EQ(findings.size(), 1u) << test.name;
+    const auto& items = *findings[0].items;
+    ASSERT_EQ(items.size(), test.rowStays ? 2u : 1u) << test.name;
+    EXPECT_EQ(selection.itemIDs.contains(rowID), test.rowStays) << test.name;
+    if (test.rowStays) {
+      EXPECT_EQ(items[0].bytes, test.bytesLeft) << test.name;
+    }
+  }
 }
 
 TEST(FindingItemGroupingTest, GroupsByTitleLargestGroupFirstAndLargestItemFirst) {
