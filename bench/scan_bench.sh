@@ -10,7 +10,8 @@
 #
 #   bench/scan_bench.sh [ROUNDS]        (default 5; the target is scan <= 1.5 x limitwalk)
 # Environment: BRISKO_BENCH_HOME (tree location), BRISKO_BENCH_FILES (default 520000),
-# BRISKO_LIMITWALK_SOURCE (limitwalk.c; default ../shared/tools/limitwalk.c beside the repo).
+# BRISKO_LIMITWALK_SOURCE (limitwalk.c; default ../shared/tools/limitwalk.c beside the repo),
+# BRISKO_ENGINE (the engine to time, for example one built from an earlier commit).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 rounds=${1:-5}
@@ -18,7 +19,7 @@ files=${BRISKO_BENCH_FILES:-520000}
 home=${BRISKO_BENCH_HOME:-/tmp/brisko-scan-bench-home-$files}
 limitwalk_source=${BRISKO_LIMITWALK_SOURCE:-$root/../shared/tools/limitwalk.c}
 [ -f "$limitwalk_source" ] || limitwalk_source=/work/shared/tools/limitwalk.c
-engine="$root/build/release/bin/BriskoEngine"
+engine=${BRISKO_ENGINE:-$root/build/release/bin/BriskoEngine}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brisko-scan-bench.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 

@@ -225,6 +225,7 @@ Descriptor FolderHandle::open(int& error) {
       fd = ::open(name_.c_str(),
                   O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followsLink_ ? 0 : O_NOFOLLOW));
     } while (fd < 0 && errno == EINTR);
+    if (fd < 0) error = errno;
     folder = Descriptor(fd);
   } else {
     bool fromHeld = false;
@@ -246,17 +247,17 @@ Descriptor FolderHandle::open(int& error) {
       return Descriptor();
     }
   }
-  const auto placement = folder.valid() ? placementAt(folder.get(), "") : std::nullopt;
-  if (!placement) {
-    error = errno;
-    return Descriptor();
-  }
-  placement_ = *placement;
   return folder;
 }
 
 void FolderHandle::finishedReading(Descriptor folder, std::size_t childFolders) {
-  if (childFolders == 0 || !HeldDescriptors::take()) return;
+  if (childFolders == 0) return;
+  // Only a folder with children is ever opened again, so only such a folder
+  // records what it is; most folders of a tree are leaves and are spared the
+  // call. A folder whose record can't be made can't be opened again: its
+  // children then fail as if it had been replaced.
+  if (const auto placement = placementAt(folder.get(), "")) placement_ = *placement;
+  if (!HeldDescriptors::take()) return;
   std::lock_guard guard(lock_);
   held_ = std::move(folder);
   unopenedChildren_ = childFolders;

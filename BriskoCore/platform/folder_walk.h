@@ -159,7 +159,7 @@ class FolderHandle {
   const std::string name_;  // the whole path for the root
   const std::size_t depth_;
   const bool followsLink_;
-  FolderPlacement placement_;  // written by open(), before any child exists
+  FolderPlacement placement_;  // written by finishedReading(), before any child is opened
 
   std::mutex lock_;
   Descriptor held_;                   // guarded by lock_

@@ -464,8 +464,9 @@ Measurement CleanupRuleEvaluator::measure(const CleanupRule& rule,
       return incomplete;
     }
   }
-  // Loaded per measurement, so that a changed whitelist counts from the next scan on.
-  const PathSafetyPolicy policy = PathSafetyPolicy::loadingWhitelistFor(homeDirectory);
+  std::optional<PathSafetyPolicy> ownPolicy;
+  if (!policy) ownPolicy.emplace(PathSafetyPolicy::loadingWhitelistFor(homeDirectory));
+  const PathSafetyPolicy& gate = policy ? *policy : *ownPolicy;
   Measurement total;
   const auto checkGuards = [&](const RuleTarget& target) {
     const std::vector<RuleGuard> effective = rule.effectiveGuards(target);
@@ -495,7 +496,7 @@ Measurement CleanupRuleEvaluator::measure(const CleanupRule& rule,
       if (isCancelled()) break;
       const RuleTarget rooted = Runtime::targetForRoot(target, root, homeDirectory);
       if (perRoot) checkGuards(rooted);
-      RootMeasurer measurer(*this, rule, rooted, policy);
+      RootMeasurer measurer(*this, rule, rooted, gate);
       addMeasurement(total, measurer.measure(root));
       if (onRootMeasured) onRootMeasured();
     }

@@ -14,6 +14,7 @@
 #include "rules/installed_app_inventory.h"
 #include "rules/running_process.h"
 #include "rules/spotlight_resolver.h"
+#include "safety/path_safety_policy.h"
 
 namespace brisko {
 
@@ -54,6 +55,9 @@ struct CleanupRuleEvaluator {
   std::optional<InstalledAppInventory> installedApps;
   std::shared_ptr<const SpotlightResolver> spotlight;
   std::int64_t maximumItemsPerLocation = 150000;
+  // The safety gate of a whole scan, loaded once and shared by its workers;
+  // without it, each measurement loads the whitelist again.
+  std::shared_ptr<const PathSafetyPolicy> policy;
   // When set and raised, walks stop early and the rest of the scan is skipped.
   const std::atomic<bool>* cancelled = nullptr;
 

@@ -113,6 +113,9 @@ ScanReport runScanStream(const std::string& home, bool includeDownloadedInstalle
                                  std::make_shared<CachingSpotlightResolver>(
                                      systemSpotlightResolver(kSpotlightTimeoutSeconds)));
   evaluator.cancelled = &stopFlag;
+  // Read once per scan, so that a changed whitelist counts from the next scan on.
+  evaluator.policy = std::make_shared<const PathSafetyPolicy>(
+      PathSafetyPolicy::loadingWhitelistFor(evaluator.homeDirectory));
 
   const std::vector<CleanupRule> rules = evaluator.rules(includeDownloadedInstallers);
   const std::vector<TargetWorkItem> workItems =

@@ -181,42 +181,72 @@ PathSafetyPolicy::CompiledMatcher PathSafetyPolicy::CompiledMatcher::compile(std
   return matcher;
 }
 
-template <class Patterns>
-void PathSafetyPolicy::addWhitelistPatterns(const Patterns& patterns) {
-  whitelist_.reserve(patterns.size());
-  for (const auto& raw : patterns) {
+template <class EachPattern>
+void PathSafetyPolicy::addWhitelistPatterns(const EachPattern& eachPattern) {
+  // A home without metacharacters can be left out in front of the patterns
+  // that begin with it: every test of a pattern against a path that shares
+  // that beginning gives the same answer on the rest of both.
+  const bool homeCanBeLeftOut = homeDirectory_.size() > 1 && homeDirectory_.front() == '/' &&
+                                homeDirectory_.find_first_of("*?[\\") == std::string::npos;
+  const auto normalized = [this](std::string_view raw) {
     const std::string expanded = expandedPattern(raw, homeDirectory_);
-    const std::string pattern = normalizedPolicyPath(trimmingWhitespaceAndNewlines(expanded));
-    if (pattern.empty()) continue;
+    return normalizedPolicyPath(trimmingWhitespaceAndNewlines(expanded));
+  };
+  const auto leavesOutHome = [&](std::string_view pattern) {
+    return homeCanBeLeftOut && startsWith(pattern, homeDirectory_);
+  };
+  // Sized first, so that the text is allocated once and never copied.
+  size_t textSize = whitelistText_.size();
+  size_t count = whitelist_.size();
+  eachPattern([&](std::string_view raw) {
+    const std::string pattern = normalized(raw);
+    if (pattern.empty()) return;
+    textSize += pattern.size() + 1 - (leavesOutHome(pattern) ? homeDirectory_.size() : 0);
+    ++count;
+  });
+  whitelistText_.reserve(textSize);
+  whitelist_.reserve(count);
+  eachPattern([&](std::string_view raw) {
+    const std::string pattern = normalized(raw);
+    if (pattern.empty()) return;
+    const bool homeLeftOut = leavesOutHome(pattern);
     WhitelistPattern entry;
     entry.offset = whitelistText_.size();
-    entry.length = pattern.size();
-    entry.kind = matcherKindOf(pattern).first;
+    entry.kind = static_cast<uint64_t>(matcherKindOf(pattern).first);
     entry.hasGlob = pattern.find_first_of("*?[") != std::string::npos;
-    whitelistText_ += pattern;
+    entry.homeLeftOut = homeLeftOut;
+    whitelistText_.append(
+        std::string_view(pattern).substr(homeLeftOut ? homeDirectory_.size() : 0));
     whitelistText_ += '\0';
     whitelist_.push_back(entry);
-  }
-  whitelist_.shrink_to_fit();
-  whitelistText_.shrink_to_fit();
+  });
 }
 
-std::string_view PathSafetyPolicy::whitelistPatternText(const WhitelistPattern& pattern) const {
-  return std::string_view(whitelistText_).substr(pattern.offset, pattern.length);
+std::string_view PathSafetyPolicy::whitelistPatternText(size_t index) const {
+  const size_t begin = whitelist_[index].offset;
+  const size_t end =
+      index + 1 < whitelist_.size() ? whitelist_[index + 1].offset : whitelistText_.size();
+  return std::string_view(whitelistText_).substr(begin, end - begin - 1);
 }
 
 std::vector<std::string> PathSafetyPolicy::whitelistPatterns() const {
   std::vector<std::string> patterns;
   patterns.reserve(whitelist_.size());
-  for (const WhitelistPattern& pattern : whitelist_)
-    patterns.emplace_back(whitelistPatternText(pattern));
+  for (size_t i = 0; i < whitelist_.size(); ++i) {
+    const std::string_view text = whitelistPatternText(i);
+    patterns.push_back(whitelist_[i].homeLeftOut ? homeDirectory_ + std::string(text)
+                                                 : std::string(text));
+  }
   return patterns;
 }
 
 PathSafetyPolicy::PathSafetyPolicy(std::string_view homeDirectory,
                                    const std::vector<std::string>& whitelistPatterns)
     : homeDirectory_(normalizedPolicyPath(homeDirectory)) {
-  addWhitelistPatterns(whitelistPatterns);
+  addWhitelistPatterns([&whitelistPatterns](const auto& visit) {
+    for (const std::string& pattern : whitelistPatterns)
+      visit(pattern);
+  });
   lowerHome_ = lowercasedText(homeDirectory_);
   // With "/" as the home the suffixes stand on their own.
   const std::string base = lowerHome_ == "/" ? std::string() : lowerHome_;
@@ -244,9 +274,10 @@ PathSafetyPolicy PathSafetyPolicy::loadingWhitelistFor(std::string_view homeDire
   const auto contents = WhitelistStore::readFile(homeDirectory);
   if (!contents)
     return PathSafetyPolicy(homeDirectory, WhitelistStore::defaultPatterns(homeDirectory));
-  // Views into the file's text: a long whitelist is held once, not per line.
+  // Straight from the file's text: a long whitelist is held once, not per line.
   PathSafetyPolicy policy(homeDirectory, std::vector<std::string>{});
-  policy.addWhitelistPatterns(WhitelistStore::activeLines(*contents));
+  policy.addWhitelistPatterns(
+      [&contents](const auto& visit) { WhitelistStore::visitActiveLines(*contents, visit); });
   return policy;
 }
 
@@ -313,13 +344,28 @@ std::optional<PathSafetyReason> PathSafetyPolicy::protectionReason(std::string_v
   return std::nullopt;
 }
 
-std::optional<std::string_view> PathSafetyPolicy::whitelistMatch(std::string_view normal) const {
+std::optional<std::string> PathSafetyPolicy::whitelistMatch(std::string_view normal) const {
+  // A pattern stored without the home is tested on the rest of a path that
+  // begins with the home. A path that doesn't can only be an ancestor of such
+  // a pattern, which it is exactly when it is an ancestor of the home.
+  const bool beginsWithHome = startsWith(normal, homeDirectory_);
+  const std::string_view rest =
+      beginsWithHome ? normal.substr(homeDirectory_.size()) : std::string_view();
+  const bool aboveHome = !beginsWithHome && normal.size() < homeDirectory_.size() &&
+                         homeDirectory_[normal.size()] == '/' && startsWith(homeDirectory_, normal);
   std::string terminatedNormal;
-  for (const WhitelistPattern& entry : whitelist_) {
-    const std::string_view pattern = whitelistPatternText(entry);
-    if (isWhitelistMatch(pattern, entry.kind, entry.hasGlob, normal, terminatedNormal)) {
-      return pattern;
-    }
+  std::string terminatedRest;
+  for (size_t i = 0; i < whitelist_.size(); ++i) {
+    const WhitelistPattern& entry = whitelist_[i];
+    const std::string_view pattern = whitelistPatternText(i);
+    const auto kind = static_cast<MatcherKind>(entry.kind);
+    const bool matched =
+        !entry.homeLeftOut
+            ? isWhitelistMatch(pattern, kind, entry.hasGlob, normal, terminatedNormal)
+        : beginsWithHome ? isWhitelistMatch(pattern, kind, entry.hasGlob, rest, terminatedRest)
+                         : aboveHome;
+    if (matched)
+      return entry.homeLeftOut ? homeDirectory_ + std::string(pattern) : std::string(pattern);
   }
   return std::nullopt;
 }
@@ -348,8 +394,8 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
     return PathSafetyVerdict::protected_(PathSafetyReason::criticalSystemPath);
   }
   if (const auto reason = protectionReason(lower)) return PathSafetyVerdict::protected_(*reason);
-  if (const auto pattern = whitelistMatch(normal)) {
-    return PathSafetyVerdict::whitelisted(std::string(*pattern));
+  if (auto pattern = whitelistMatch(normal)) {
+    return PathSafetyVerdict::whitelisted(std::move(*pattern));
   }
   if (!resolvingSymlinks) return PathSafetyVerdict::allowed();
 
@@ -366,8 +412,8 @@ PathSafetyVerdict PathSafetyPolicy::evaluate(std::string_view path, bool resolvi
   }
   // A link into a kept place keeps it too: the user's whitelist names places,
   // not spellings.
-  if (const auto pattern = whitelistMatch(resolved)) {
-    return PathSafetyVerdict::whitelisted(std::string(*pattern));
+  if (auto pattern = whitelistMatch(resolved)) {
+    return PathSafetyVerdict::whitelisted(std::move(*pattern));
   }
   return PathSafetyVerdict::allowed();
 }

@@ -137,24 +137,28 @@ class PathSafetyPolicy {
   const std::string& lowerHome() const { return lowerHome_; }
 
   // The pattern of the first whitelist matcher that covers `normalPath`
-  // (compared case-sensitively), or none; it lives as long as the policy.
-  // Ancestors of a pattern count too.
-  std::optional<std::string_view> whitelistMatch(std::string_view normalPath) const;
+  // (compared case-sensitively), or none. Ancestors of a pattern count too.
+  std::optional<std::string> whitelistMatch(std::string_view normalPath) const;
 
  private:
-  // One whitelist pattern: where its text stands in whitelistText_, and its
-  // kind as CompiledMatcher settles it. A user's whitelist may have a million
-  // lines, so a pattern costs its text and this, not a few strings apiece.
+  // One whitelist pattern in eight bytes: where its text starts in
+  // whitelistText_ (it ends at the next NUL), its kind as CompiledMatcher
+  // settles it, and whether the text leaves out the home folder in front.
+  // A user's whitelist may have a million lines, nearly all below the home:
+  // a pattern costs about its line in the file, not a few strings apiece.
   struct WhitelistPattern {
-    size_t offset = 0;
-    size_t length = 0;
-    CompiledMatcher::Kind kind = CompiledMatcher::Kind::exact;
-    bool hasGlob = false;
+    uint64_t offset : 60;
+    uint64_t kind : 2;  // a CompiledMatcher::Kind
+    uint64_t hasGlob : 1;
+    uint64_t homeLeftOut : 1;
   };
 
-  template <class Patterns>
-  void addWhitelistPatterns(const Patterns& patterns);
-  std::string_view whitelistPatternText(const WhitelistPattern& pattern) const;
+  // Adds the patterns that `eachPattern(visit)` hands to `visit`, one by one;
+  // it is called twice, to size the storage first.
+  template <class EachPattern>
+  void addWhitelistPatterns(const EachPattern& eachPattern);
+  // The stored text of the pattern at `index`, without the left-out home.
+  std::string_view whitelistPatternText(size_t index) const;
 
   std::string homeDirectory_;
   std::string lowerHome_;

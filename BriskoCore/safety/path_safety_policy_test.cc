@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -249,6 +250,38 @@ TEST(PathSafetyPolicyWhitelist, MatchesPlainPrefixSubstringAndGlobPatterns) {
   const PathSafetyPolicy wholeHome(kHome, {"~"});
   EXPECT_EQ(check(wholeHome, "/home/vimo/Other"), Verdict::whitelisted("/home/vimo"));
   EXPECT_EQ(check(wholeHome, "/home/vimo"), Verdict::protected_(Reason::criticalSystemPath));
+}
+
+TEST(PathSafetyPolicyWhitelist, PatternsBelowTheHomeMeetPathsAboveBesideAndBelowIt) {
+  // The second home holds a glob character, which its patterns take as one.
+  const std::vector<std::string> patterns = {"~/Keep/x", "~/*.log", "~/proj*", "/other/Keep"};
+  const struct {
+    const char* home;
+    const char* path;
+    std::optional<std::string> match;
+  } rows[] = {
+      {"/data/u/vimo", "/data/u", "/data/u/vimo/Keep/x"},
+      {"/data/u/vimo", "/", std::nullopt},  // "/" ends at no boundary of a pattern
+      {"/data/u/vimo", "/data/u/vi", std::nullopt},
+      {"/data/u/vimo", "/data/u/vimo", "/data/u/vimo/Keep/x"},
+      {"/data/u/vimo", "/data/u/vimo/Keep/x/y", "/data/u/vimo/Keep/x"},
+      {"/data/u/vimo", "/data/u/vimo/Keep/y", std::nullopt},
+      {"/data/u/vimo", "/data/u/vimo/a/b.log", "/data/u/vimo/*.log"},
+      {"/data/u/vimo", "/data/u/vimo2/a.log", std::nullopt},
+      {"/data/u/vimo", "/data/u/vimo/project/z", "/data/u/vimo/proj*"},
+      {"/data/u/vimo", "/data/u/vimoproj", std::nullopt},
+      {"/data/u/vimo", "/other", "/other/Keep"},
+      {"/data/u/v[1]", "/data/u", "/data/u/v[1]/Keep/x"},
+      {"/data/u/v[1]", "/data/u/v[1]/Keep/x", "/data/u/v[1]/Keep/x"},
+      {"/data/u/v[1]", "/data/u/v1/a.log", "/data/u/v[1]/*.log"},
+      {"/data/u/v[1]", "/data/u/v1/Keep/x", "/data/u/v[1]/Keep/x"},
+  };
+  for (const auto& row : rows) {
+    const PathSafetyPolicy policy(row.home, patterns);
+    const auto match = policy.whitelistMatch(row.path);
+    EXPECT_EQ(match ? std::optional<std::string>(*match) : std::nullopt, row.match)
+        << row.home << " " << row.path;
+  }
 }
 
 TEST(PathSafetyPolicyWhitelist, IsCaseSensitiveAndNeverOverridesProtection) {

@@ -192,11 +192,17 @@ std::vector<std::string> WhitelistStore::parse(std::string_view contents) {
 
 std::vector<std::string_view> WhitelistStore::activeLines(std::string_view contents) {
   std::vector<std::string_view> patterns;
+  visitActiveLines(contents, [&patterns](std::string_view line) { patterns.push_back(line); });
+  return patterns;
+}
+
+void WhitelistStore::visitActiveLines(std::string_view contents,
+                                      const std::function<void(std::string_view)>& visit) {
   size_t start = 0;
   size_t at = 0;
   const auto takeLine = [&](size_t end) {
     const std::string_view line = trimmingWhitespace(contents.substr(start, end - start));
-    if (isActiveLine(line)) patterns.emplace_back(line);
+    if (isActiveLine(line)) visit(line);
   };
   while (at < contents.size()) {
     const size_t breakLength = lineBreakLength(contents, at);
@@ -209,7 +215,6 @@ std::vector<std::string_view> WhitelistStore::activeLines(std::string_view conte
     start = at;
   }
   takeLine(contents.size());
-  return patterns;
 }
 
 std::optional<std::string> WhitelistStore::readFile(std::string_view home) {

@@ -19,6 +19,7 @@
 // folder.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -83,6 +84,9 @@ class WhitelistStore {
   static std::vector<std::string> parse(std::string_view contents);
   // The same lines as views into `contents`.
   static std::vector<std::string_view> activeLines(std::string_view contents);
+  // The same lines handed to `visit` one by one, in order.
+  static void visitActiveLines(std::string_view contents,
+                               const std::function<void(std::string_view)>& visit);
 
   // The file's text when it can be read as UTF-8 (a leading byte order mark
   // is dropped); none when it is missing, unreadable, not a regular file or
