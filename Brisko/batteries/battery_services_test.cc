@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "batteries/battery_list.h"
+#include "batteries/battery_section.h"
 #include "batteries/battery_settings.h"
 #include "batteries/bluetooth_le_battery_monitor.h"
 #include "batteries/low_battery_notification_center.h"
@@ -281,6 +282,55 @@ TEST(BatterySettings, ThresholdAndStoredObjects) {
   EXPECT_TRUE(loadLowBatteryLedger(settings).entries.empty());
   settings.setValue(kPeripheralDirectorySetting, "not an object");
   EXPECT_TRUE(loadPeripheralDirectory(settings).entries.empty());
+}
+
+// The section the battery pane shows: a plain Refresh never notifies, the
+// monitor follows "battery.notifyLow" both ways, and a threshold outside
+// the three offered is refused and not stored.
+TEST(BatterySection, NoticesOnlyWhileTheSettingIsOn) {
+  MockBus bus;
+  ASSERT_TRUE(bus.isRunning());
+  ASSERT_TRUE(bus.startTemplate("upower", kUPower));
+  ASSERT_TRUE(bus.startTemplate("notification_daemon", "org.freedesktop.Notifications"));
+  addUPowerDevice(bus, "mouse", mouse(8));
+  TemporaryDirectory root;
+  SettingsStore settings(root / "settings.json");
+  ManualExecutor executor;
+  BatterySection section(executor, settings, {root / "none", root / "no-machine-info"});
+  int changes = 0;
+  section.onChange = [&] { ++changes; };
+  const auto mouseAt = [&](int percent) {
+    return executor.runUntil([&] {
+      return std::any_of(section.devices().begin(), section.devices().end(),
+                         [&](const PeripheralBattery& d) { return d.percent == percent; });
+    });
+  };
+
+  section.applySettings();
+  EXPECT_FALSE(section.isMonitoring());
+  section.refresh();
+  ASSERT_TRUE(mouseAt(8)) << describe(section.devices());
+  EXPECT_EQ(notifyCalls(bus).count, 0) << "a Refresh with notices off";
+  EXPECT_TRUE(loadLowBatteryLedger(settings).entries.empty());
+
+  section.setNotifyLow(true);
+  EXPECT_TRUE(section.isMonitoring());
+  EXPECT_EQ(settings.boolValue(kNotifyLowSetting), true);
+  ASSERT_TRUE(executor.runUntil([&] { return notifyCalls(bus).count == 1; }));
+
+  EXPECT_THROW(section.setLowThreshold(25), std::invalid_argument);
+  EXPECT_FALSE(settings.integerValue(kLowThresholdSetting).has_value());
+  section.setLowThreshold(20);
+  EXPECT_EQ(section.settings().lowThreshold, 20);
+
+  section.setNotifyLow(false);
+  EXPECT_FALSE(section.isMonitoring());
+  bus.call(kUPower, kUPowerPath, "org.freedesktop.DBus.Mock.SetDeviceProperties",
+           {"/org/freedesktop/UPower/devices/mouse", "{'Percentage': <5.0>}"});
+  section.refresh();
+  ASSERT_TRUE(mouseAt(5)) << describe(section.devices());
+  EXPECT_EQ(notifyCalls(bus).count, 1) << "stopped, the monitor posts nothing";
+  EXPECT_GE(changes, 4);
 }
 
 // What `brisko batteries` and `brisko batteries --check` print and post.
