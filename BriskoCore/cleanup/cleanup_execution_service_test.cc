@@ -49,24 +49,6 @@ class CleanupExecutionTest : public ::testing::Test {
   Date now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
 };
 
-TEST_F(CleanupExecutionTest, UnchangedItemsAreDeletedAndReportedByPath) {
-  home.writeFile("Library/Caches/app/data", std::string(5000, 'x'));
-  const CleanupPlan planned = plan({"user-caches"});
-  ASSERT_EQ(planned.items.size(), 1u);
-  const CleanupReceipt receipt = run(planned);
-  ASSERT_EQ(receipt.results.size(), 1u);
-  const auto& result = receipt.results[0];
-  EXPECT_EQ(result.outcome, CleanupItemOutcome::deleted) << result.message;
-  EXPECT_EQ(result.id, home / "Library/Caches/app");
-  EXPECT_EQ(result.originalPath, result.id);
-  EXPECT_EQ(result.bytes, planned.items[0].estimatedBytes);
-  EXPECT_EQ(result.message, "Permanently deleted.");
-  EXPECT_FALSE(fs::exists(home / "Library/Caches/app"));
-  EXPECT_EQ(receipt.planID, planned.id);
-  EXPECT_EQ(receipt.startedAt, now);
-  EXPECT_GE(receipt.completedAt, now);
-}
-
 TEST_F(CleanupExecutionTest, TheVersionIsCheckedFirstThenTheExpiry) {
   using Kind = CleanupPlanningError::Kind;
   const CleanupPlan fresh = plan({"user-caches"});

@@ -9,27 +9,29 @@ namespace {
 
 using Encoded = EngineText::Encoded;
 
-TEST(EngineText, EncodedTextsDecodeToTheirKeyAndArguments) {
+TEST(EngineText, EncodedTextsDecodeToTheirKeyAndArgumentsAndPlainOnesDoNot) {
   EXPECT_EQ(EngineText::encoded("Cleaned %@", {"Caches"}),
             "\x01"
             "Cleaned %@\x02"
             "Caches");
-  EXPECT_EQ(EngineText::decoded(EngineText::encoded("k", {"a", "", "c"})),
-            (Encoded{"k", {"a", "", "c"}}));
-  EXPECT_EQ(EngineText::decoded(EngineText::encoded("no arguments")),
-            (Encoded{"no arguments", {}}));
-  // The marker alone is an empty key without arguments; a trailing separator is
-  // one empty argument.
-  EXPECT_EQ(EngineText::decoded("\x01"), (Encoded{"", {}}));
-  EXPECT_EQ(EngineText::decoded("\x01k\x02"), (Encoded{"k", {""}}));
-  EXPECT_EQ(EngineText::decoded("\x01\x02\x02"), (Encoded{"", {"", ""}}));
-}
-
-TEST(EngineText, PlainTextsAreNotEncoded) {
-  EXPECT_FALSE(EngineText::decoded(""));
-  EXPECT_FALSE(EngineText::decoded("Plain warning"));
-  EXPECT_FALSE(EngineText::decoded(" \x01key"));
-  EXPECT_FALSE(EngineText::decoded("\x02key"));
+  const struct {
+    std::string text;
+    std::optional<Encoded> decoded;
+  } rows[] = {
+      {EngineText::encoded("k", {"a", "", "c"}), Encoded{"k", {"a", "", "c"}}},
+      {EngineText::encoded("no arguments"), Encoded{"no arguments", {}}},
+      // The marker alone is an empty key without arguments; a trailing
+      // separator is one empty argument.
+      {"\x01", Encoded{"", {}}},
+      {"\x01k\x02", Encoded{"k", {""}}},
+      {"\x01\x02\x02", Encoded{"", {"", ""}}},
+      {"", std::nullopt},
+      {"Plain warning", std::nullopt},
+      {" \x01key", std::nullopt},
+      {"\x02key", std::nullopt},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(EngineText::decoded(row.text), row.decoded) << ::testing::PrintToString(row.text);
 }
 
 TEST(EngineText, IntegerArgumentsAreTellFromKeys) {
@@ -44,35 +46,36 @@ TEST(EngineText, IntegerArgumentsAreTellFromKeys) {
   }
 }
 
-TEST(GuardWarningText, BothKeysAreRecognisedExactly) {
-  const std::string named = GuardWarningText::namedProcess("Safari", "Safari caches");
-  const std::string related = GuardWarningText::relatedProcess("Xcode caches");
-  EXPECT_TRUE(GuardWarningText::isGuardWarning(named));
-  EXPECT_TRUE(GuardWarningText::isGuardWarning(related));
-  EXPECT_EQ(GuardWarningText::guardedTitle(named), "Safari caches");
-  EXPECT_EQ(GuardWarningText::guardedTitle(related), "Xcode caches");
+// The application keeps a finding unselected on exactly these texts.
+TEST(GuardWarningText, BothKeysAreRecognisedExactlyAndTheLastArgumentIsTheTitle) {
+  const std::string named(GuardWarningText::kNamedProcessKey);
+  const std::string related(GuardWarningText::kRelatedProcessKey);
   EXPECT_EQ(
-      EngineText::decoded(named)->key,
+      named,
       "%1$@ is running, so \xE2\x80\x9C%2$@\xE2\x80\x9D can\xE2\x80\x99t be cleaned this time");
-}
-
-TEST(GuardWarningText, OneArgumentIsTheTitleInBothForms) {
-  for (auto key : {GuardWarningText::kNamedProcessKey, GuardWarningText::kRelatedProcessKey}) {
-    EXPECT_EQ(GuardWarningText::guardedTitle(EngineText::encoded(key, {"Only"})), "Only");
-    EXPECT_TRUE(GuardWarningText::isGuardWarning(EngineText::encoded(key)));
-    EXPECT_EQ(GuardWarningText::guardedTitle(EngineText::encoded(key)), std::nullopt);
+  const struct {
+    const char* name;
+    std::string text;
+    bool isGuardWarning;
+    std::optional<std::string> title;
+  } rows[] = {
+      {"named", GuardWarningText::namedProcess("Safari", "Safari caches"), true, "Safari caches"},
+      {"related", GuardWarningText::relatedProcess("Xcode caches"), true, "Xcode caches"},
+      {"named, one argument", EngineText::encoded(named, {"Only"}), true, "Only"},
+      {"related, one argument", EngineText::encoded(related, {"Only"}), true, "Only"},
+      {"named, no argument", EngineText::encoded(named), true, std::nullopt},
+      {"related, no argument", EngineText::encoded(related), true, std::nullopt},
+      {"the key as plain text", related, false, std::nullopt},
+      {"straight quotes",
+       EngineText::encoded("A related process is running, so \"%@\" can't be cleaned this time",
+                           {"x"}),
+       false, std::nullopt},
+      {"another key", EngineText::encoded("Other %@", {"x"}), false, std::nullopt},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(GuardWarningText::isGuardWarning(row.text), row.isGuardWarning) << row.name;
+    EXPECT_EQ(GuardWarningText::guardedTitle(row.text), row.title) << row.name;
   }
-}
-
-TEST(GuardWarningText, OtherTextsAreNoGuardWarnings) {
-  // The key as plain text, a near miss with straight quotes, another key.
-  const std::string plain(GuardWarningText::kRelatedProcessKey);
-  EXPECT_FALSE(GuardWarningText::isGuardWarning(plain));
-  EXPECT_FALSE(GuardWarningText::guardedTitle(plain));
-  const std::string straight = EngineText::encoded(
-      "A related process is running, so \"%@\" can't be cleaned this time", {"x"});
-  EXPECT_FALSE(GuardWarningText::isGuardWarning(straight));
-  EXPECT_FALSE(GuardWarningText::guardedTitle(EngineText::encoded("Other %@", {"x"})));
 }
 
 }  // namespace

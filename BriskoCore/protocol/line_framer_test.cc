@@ -4,71 +4,51 @@
 
 #include <vector>
 
-#include "protocol/scan_records.h"
-
 namespace brisko {
 namespace {
 
-std::vector<std::string> drain(LineFramer& framer) {
-  std::vector<std::string> lines;
-  while (auto line = framer.nextLine())
-    lines.push_back(*line);
-  return lines;
+std::vector<std::string> bytesOf(const std::string& stream) {
+  std::vector<std::string> chunks;
+  for (char byte : stream)
+    chunks.emplace_back(1, byte);
+  return chunks;
 }
 
-TEST(LineFramer, LineFeedInALaterChunkCompletesOneLine) {
-  LineFramer framer;
-  framer.append(R"({"a":1})");
-  EXPECT_TRUE(drain(framer).empty());
-  framer.append("\n{\"b\"");
-  EXPECT_EQ(drain(framer), std::vector<std::string>{R"({"a":1})"});
-  // The bytes behind the line feed stay for the next line.
-  framer.append(":2}\n");
-  EXPECT_EQ(drain(framer), std::vector<std::string>{R"({"b":2})"});
-  EXPECT_TRUE(framer.empty());
-}
-
-TEST(LineFramer, TwoEventsInOneChunkComeInOrder) {
-  LineFramer framer;
-  framer.append("first\nsecond\nthi");
-  EXPECT_EQ(drain(framer), (std::vector<std::string>{"first", "second"}));
-  EXPECT_EQ(framer.takeRemainder(), "thi");
-}
-
-TEST(LineFramer, EmptyLinesAreSkipped) {
-  LineFramer framer;
-  framer.append("\n\none\n\n");
-  framer.append("\ntwo\n");
-  EXPECT_EQ(drain(framer), (std::vector<std::string>{"one", "two"}));
-  EXPECT_EQ(framer.takeRemainder(), "");
-}
-
-TEST(LineFramer, ByteByByteGivesTheSameLines) {
-  const std::string stream = "alpha\nbeta\n\ngamma\nlast";
-  LineFramer framer;
-  std::vector<std::string> lines;
-  for (char byte : stream) {
-    framer.append(std::string_view(&byte, 1));
-    for (auto& line : drain(framer))
-      lines.push_back(line);
+// Each row feeds chunks as a pipe might give them; a line is due as soon as
+// the chunk holding its line feed arrived ("2:b" is line "b" after chunk 2),
+// and the bytes after the last line feed are the remainder.
+TEST(LineFramer, LinesComeAsTheirLineFeedArrives) {
+  const struct {
+    const char* name;
+    std::vector<std::string> chunks;
+    std::vector<std::string> lines;
+    std::string remainder;
+  } rows[] = {
+      {"a line feed in a later chunk",
+       {R"({"a":1})", "\n{\"b\"", ":2}\n"},
+       {R"(1:{"a":1})", R"(2:{"b":2})"},
+       ""},
+      {"two lines in one chunk", {"first\nsecond\nthi"}, {"0:first", "0:second"}, "thi"},
+      {"empty lines are skipped", {"\n\none\n\n", "\ntwo\n"}, {"0:one", "1:two"}, ""},
+      {"byte by byte",
+       bytesOf("alpha\nbeta\n\ngamma\nlast"),
+       {"5:alpha", "10:beta", "17:gamma"},
+       "last"},
+      {"nothing", {}, {}, ""},
+  };
+  for (const auto& row : rows) {
+    LineFramer framer;
+    std::vector<std::string> lines;
+    for (size_t i = 0; i < row.chunks.size(); ++i) {
+      framer.append(row.chunks[i]);
+      while (auto line = framer.nextLine())
+        lines.push_back(std::to_string(i) + ":" + *line);
+    }
+    EXPECT_EQ(lines, row.lines) << row.name;
+    EXPECT_EQ(framer.empty(), row.remainder.empty()) << row.name;
+    EXPECT_EQ(framer.takeRemainder(), row.remainder) << row.name;
+    EXPECT_TRUE(framer.empty()) << row.name;
   }
-  EXPECT_EQ(lines, (std::vector<std::string>{"alpha", "beta", "gamma"}));
-  EXPECT_EQ(framer.takeRemainder(), "last");
-  EXPECT_TRUE(framer.empty());
-}
-
-TEST(LineFramer, UnterminatedLastEventDecodes) {
-  ScanEvent first;
-  first.kind = ScanEventKind::started;
-  ScanEvent last;
-  last.kind = ScanEventKind::warning;
-  last.warning = "disk is slow";
-  LineFramer framer;
-  framer.append(encodeJson(first) + "\n" + encodeJson(last));
-  auto lines = drain(framer);
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(decodeJson<ScanEvent>(lines[0]), first);
-  EXPECT_EQ(decodeJson<ScanEvent>(framer.takeRemainder()), last);
 }
 
 TEST(LineFramer, ManyLinesKeepTheBufferSmall) {

@@ -259,14 +259,11 @@ TEST(CleanupRuleRuntime, GuardWarningsNameTheApplication) {
   EXPECT_EQ(Runtime::guardAppName({RuleGuard::processNotRunning({}, {"/x/"})}), "");
   EXPECT_EQ(Runtime::guardAppName({}), "");
 
+  // Without an application's name the warning speaks of a related process.
   EXPECT_EQ(Runtime::guardWarning("Arc", "Arc cache"),
-            "\x01%1$@ is running, so “%2$@” can’t be cleaned this time\x02"
-            "Arc\x02"
-            "Arc cache");
-  EXPECT_EQ(GuardWarningText::guardedTitle(Runtime::guardWarning("Arc", "Arc cache")), "Arc cache");
+            GuardWarningText::namedProcess("Arc", "Arc cache"));
   EXPECT_EQ(Runtime::guardWarning("", "Xcode caches"),
-            "\x01"
-            "A related process is running, so “%@” can’t be cleaned this time\x02Xcode caches");
+            GuardWarningText::relatedProcess("Xcode caches"));
 }
 
 TEST(CleanupRuleRuntime, DirectChildrenAreOneLevelDown) {

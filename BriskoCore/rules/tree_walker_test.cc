@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "platform/folder_walk.h"
@@ -22,13 +21,11 @@ using testing::allocatedBytesBelow;
 using testing::TemporaryDirectory;
 
 TreeTotals walk(const std::string& root, const PathSafetyPolicy& policy,
-                std::int64_t maximumItems = 150000, bool applyPolicy = true,
-                std::optional<Date> modifiedBefore = std::nullopt) {
+                std::int64_t maximumItems = 150000, bool applyPolicy = true) {
   TreeWalkOptions options;
   options.policy = &policy;
   options.applySafetyPolicy = applyPolicy;
   options.maximumItems = maximumItems;
-  options.modifiedBefore = modifiedBefore;
   return walkTree(root, options);
 }
 
@@ -94,21 +91,6 @@ TEST(TreeWalker, RefusedFoldersAreCountedAndStillLookedInto) {
   const TreeTotals all = walk(home + "/cache", policy, 150000, /*applyPolicy=*/false);
   EXPECT_EQ(all.items, 4);
   EXPECT_EQ(all.bytes, allocatedBytesBelow(home + "/cache"));
-}
-
-TEST(TreeWalker, ModifiedBeforeCountsOnlyOlderFiles) {
-  TemporaryDirectory dir;
-  const PathSafetyPolicy policy(dir.path(), {});
-  dir.writeFile("logs/old.log", std::string(6000, 'o'));
-  dir.writeFile("logs/new.log", std::string(6000, 'n'));
-  const Date now = currentDate();
-  const auto tenDaysAgo = std::chrono::system_clock::to_time_t(now - std::chrono::hours(240));
-  const struct timespec times[2] = {{tenDaysAgo, 0}, {tenDaysAgo, 0}};
-  ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "logs/old.log").c_str(), times, 0), 0);
-  const TreeTotals totals =
-      walk(dir / "logs", policy, 150000, true, now - std::chrono::hours(7 * 24));
-  EXPECT_EQ(totals.items, 1);
-  EXPECT_EQ(totals.bytes, allocatedBytesBelow(dir / "logs/old.log"));
 }
 
 TEST(TreeWalker, BudgetCapsAWalkOnlyWhenOneMoreFileIsMet) {
@@ -206,18 +188,6 @@ TEST(TreeWalker, CancellationStopsTheWalk) {
   const TreeTotals totals = walkTree(dir / "wide", options);
   EXPECT_TRUE(totals.isPartial);
   EXPECT_EQ(totals.items, 0);
-}
-
-// A directory of 200000 entries: the walk ends at the default budget of
-// 150000 files, partial, with what it counted.
-TEST(TreeWalker, HugeDirectoryEndsPartialAtTheDefaultBudget) {
-  testing::ScratchFolder dir;
-  const PathSafetyPolicy policy(dir.path(), {});
-  testing::makeEmptyFiles(dir.path() + "/huge", 200000);
-  // The policy would refuse everything below /dev, where the folder may lie.
-  const TreeTotals totals = walk(dir.path() + "/huge", policy, 150000, /*applyPolicy=*/false);
-  EXPECT_TRUE(totals.isPartial);
-  EXPECT_EQ(totals.items, 150000);
 }
 
 // Runs as an ordinary user in a child (see below); skipped alone.

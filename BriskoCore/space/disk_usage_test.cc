@@ -50,20 +50,12 @@ TEST(DiskUsage, MeasuresABatchOfPathsOfEveryKind) {
   EXPECT_EQ(sizes.size(), 6u);  // one key per distinct path
   for (const char* name : {"plain", "-dash", "tab\there"})
     EXPECT_EQ(sizes.at(folder / name), duBytes(folder / name)) << name;
+  // du counts each folder's own blocks, the fallback walk doesn't: equal
+  // sizes mean du's lines were read.
   EXPECT_GT(sizes.at(folder / "plain"), 0);
   EXPECT_EQ(sizes.at(file), statBytes(file));
   EXPECT_EQ(sizes.at(link), 0);
   EXPECT_EQ(sizes.at(folder / "missing"), 0);
-}
-
-TEST(DiskUsage, DuOutputIsParsedLineByLine) {
-  testing::TemporaryDirectory folder;
-  fill(folder, "one");
-  fill(folder, "two");
-  const auto sizes = DiskUsage::runDu({folder / "one", folder / "two"}, 120s);
-  EXPECT_EQ(sizes.size(), 2u);
-  EXPECT_EQ(sizes.at(folder / "two"), duBytes(folder / "two"));
-  EXPECT_TRUE(DiskUsage::runDu({}, 120s).size() <= 1u);  // du of "." at most
 }
 
 TEST(FileProbe, WalksFoldersWithoutFollowingLinks) {

@@ -118,13 +118,5 @@ TEST_F(SpaceNamingLanguage, FollowsTheLocaleVariablesInOrder) {
   EXPECT_EQ(SpaceNaming::namingLanguage(), "pt-BR");
 }
 
-TEST(SpaceNaming, NamesOfTheTree) {
-  EXPECT_EQ(SpaceNaming::displayName("/home/u/Documents", "x"), "Documents");
-  EXPECT_EQ(SpaceNaming::displayName("/home/u/", "fallback"), "fallback");
-  EXPECT_EQ(SpaceNaming::moreItemsName(61),
-            "\x01%lld more items\x02"
-            "61");
-}
-
 }  // namespace
 }  // namespace brisko
