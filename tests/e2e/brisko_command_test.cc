@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 
 #include "protocol/brisko_formatting.h"
@@ -270,7 +269,8 @@ TEST_F(BriskoCommand, ScanSpeaksInTheWordsOfTheGoldenText) {
   const ProcessResult scan = brisko({"scan"});
   ASSERT_EQ(scan.exitStatus, 0) << scan.standardError;
   EXPECT_EQ(scan.standardError, "") << "no progress line without a terminal";
-  std::string text = std::regex_replace(scan.standardOutput, std::regex("^Volume [^\n]*\n"), "");
+  std::string text = scan.standardOutput;
+  if (text.starts_with("Volume ")) text.erase(0, text.find('\n') + 1);
   for (size_t at; (at = text.find(home_)) != std::string::npos;)
     text.replace(at, home_.size(), "~");
   const std::string golden = std::string(BRISKO_E2E_SOURCE_DIR) + "/golden/scan.txt";
