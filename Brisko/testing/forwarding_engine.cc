@@ -19,22 +19,26 @@ DiskSnapshot ForwardingEngine::overview() {
   return real_->overview();
 }
 
-EventStream<ScanEvent> ForwardingEngine::scan() {
-  ++scanCalls;
-  if (!holdScanAfterFindings) return real_->scan();
+// Forwards the real stream's events until `count` of those that `counts`
+// picks have passed, then holds until `*cancelled` is set. It ends as the real
+// stream does, once its engine is gone and the session free again, so that
+// the next stream isn't refused as busy.
+template <class Event, class Counts>
+EventStream<Event> ForwardingEngine::holdAfter(EventStream<Event> real, int count, Counts counts,
+                                               bool ForwardingEngine::*cancelled) {
   {
     std::lock_guard guard(lock_);
-    scanCancelled_ = false;
+    this->*cancelled = false;
   }
-  auto [stream, sink] = EventStream<ScanEvent>::make();
+  auto [stream, sink] = EventStream<Event>::make();
   forwarders_.emplace_back(
-      [this, sink = sink, real = real_->scan(), findings = *holdScanAfterFindings]() mutable {
+      [this, sink = sink, real = std::move(real), count, counts, cancelled]() mutable {
         int seen = 0;
         try {
-          while (seen < findings) {
+          while (seen < count) {
             auto event = real.next();
             if (!event) break;
-            if (event->finding) ++seen;
+            if (counts(*event)) ++seen;
             sink.yield(std::move(*event));
           }
         } catch (...) {
@@ -42,10 +46,8 @@ EventStream<ScanEvent> ForwardingEngine::scan() {
           return;
         }
         std::unique_lock guard(lock_);
-        cancelled_.wait(guard, [&] { return scanCancelled_; });
+        cancelled_.wait(guard, [&] { return this->*cancelled; });
         guard.unlock();
-        // Ends as the real stream does, once its engine is gone and the
-        // session free again, so that the next scan isn't refused as busy.
         try {
           while (real.next()) {
           }
@@ -54,6 +56,15 @@ EventStream<ScanEvent> ForwardingEngine::scan() {
         sink.finish(std::make_exception_ptr(CancellationError()));
       });
   return std::move(stream);
+}
+
+EventStream<ScanEvent> ForwardingEngine::scan() {
+  ++scanCalls;
+  if (!holdScanAfterFindings) return real_->scan();
+  return holdAfter(
+      real_->scan(), *holdScanAfterFindings,
+      [](const ScanEvent& event) { return event.finding.has_value(); },
+      &ForwardingEngine::scanCancelled_);
 }
 
 void ForwardingEngine::cancelScan() {
@@ -83,36 +94,10 @@ void ForwardingEngine::cancelCleanup() {
 EventStream<SpaceEvent> ForwardingEngine::scanSpace(bool incremental) {
   ++spaceScanCalls;
   if (!holdSpaceScanAfterNodes) return real_->scanSpace(incremental);
-  {
-    std::lock_guard guard(lock_);
-    spaceScanCancelled_ = false;
-  }
-  auto [stream, sink] = EventStream<SpaceEvent>::make();
-  forwarders_.emplace_back([this, sink = sink, real = real_->scanSpace(incremental),
-                            nodes = *holdSpaceScanAfterNodes]() mutable {
-    int seen = 0;
-    try {
-      while (seen < nodes) {
-        auto event = real.next();
-        if (!event) break;
-        if (event->node) ++seen;
-        sink.yield(std::move(*event));
-      }
-    } catch (...) {
-      sink.finish(std::current_exception());
-      return;
-    }
-    std::unique_lock guard(lock_);
-    cancelled_.wait(guard, [&] { return spaceScanCancelled_; });
-    guard.unlock();
-    try {
-      while (real.next()) {
-      }
-    } catch (...) {
-    }
-    sink.finish(std::make_exception_ptr(CancellationError()));
-  });
-  return std::move(stream);
+  return holdAfter(
+      real_->scanSpace(incremental), *holdSpaceScanAfterNodes,
+      [](const SpaceEvent& event) { return event.node.has_value(); },
+      &ForwardingEngine::spaceScanCancelled_);
 }
 
 void ForwardingEngine::cancelSpaceScan() {

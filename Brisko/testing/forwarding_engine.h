@@ -45,6 +45,10 @@ class ForwardingEngine : public EngineClient {
 
  private:
   std::shared_ptr<EngineClient> real_;
+  template <class Event, class Counts>
+  EventStream<Event> holdAfter(EventStream<Event> real, int count, Counts counts,
+                               bool ForwardingEngine::*cancelled);
+
   std::mutex lock_;
   std::condition_variable cancelled_;
   bool scanCancelled_ = false;       // guarded by lock_
