@@ -8,6 +8,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libicu-dev
   libglib2.0-dev libplist-dev libplist-utils flatpak
+  # Raw camera pictures are measured by LibRaw.
+  libraw-dev
   clang-format python3 util-linux coreutils findutils time strace
   # Moving into the Trash is GIO's; the Trash tests read it back through the
   # real gio tool and gvfs's trash backend on a session bus of their own, and
@@ -17,6 +19,10 @@ packages=(
   # python3-dbusmock's UPower, BlueZ, logind and notification templates on a
   # private bus.
   libsystemd-dev dbus python3-dbusmock
+  # The window: Qt 6 Widgets, drawn by its tests on Qt's offscreen platform
+  # with a known font; its desktop entry and AppStream file are validated.
+  qt6-base-dev qt6-svg-dev libqt6svg6-dev libqt6test6 fonts-dejavu-core
+  desktop-file-utils appstream xvfb xauth
   # Real applications that the Linux rules' guards are tested against.
   chromium
 )
