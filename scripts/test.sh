@@ -23,8 +23,9 @@ chmod 644 "$lsan_suppressions"
 
 run_suite() {
   local build_dir=$1 sanitize=$2 only=${3:-}
+  local targets=("${@:4}")
   echo "== build ${build_dir#$root/} ${sanitize:+(sanitizers: $sanitize)}"
-  "$root/scripts/build.sh" "$build_dir" "$sanitize"
+  "$root/scripts/build.sh" "$build_dir" "$sanitize" "${targets[@]}"
   echo "== test ${build_dir#$root/}"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 LSAN_OPTIONS=suppressions=$lsan_suppressions \
     UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
@@ -34,5 +35,7 @@ run_suite() {
 
 run_suite "$root/build/release" "" || status=1
 run_suite "$root/build/asan" "address,undefined" || status=1
-run_suite "$root/build/tsan" "thread" "$concurrent_tests" || status=1
+# Only the binaries that hold those tests, and the programs they start.
+run_suite "$root/build/tsan" "thread" "$concurrent_tests" \
+  BriskoCoreTests BriskoEngineTests BriskoAppTests BriskoEngine brisko || status=1
 exit $status
