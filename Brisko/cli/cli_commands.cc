@@ -34,6 +34,10 @@ constexpr OptionSpec kTrashOptions[] = {
     kJson,
 };
 constexpr OptionSpec kJsonOnly[] = {kJson};
+constexpr OptionSpec kToolsOptions[] = {
+    {"runtimes", false, "list the Node runtimes whose global packages are listed"},
+    kJson,
+};
 constexpr OptionSpec kBatteriesOptions[] = {
     {"check", false, "check once for low batteries and post a notice for each"},
     {"json", false, "print the list as one JSON array"},
@@ -75,6 +79,11 @@ constexpr Command kCommands[] = {
      "kernel and BlueZ. With --check, also posts a desktop notice for each one below the "
      "low-battery threshold, once until it has been charged again.",
      kBatteriesOptions, runBatteries},
+    {"tools", "", "command-line tools installed by npm, Homebrew, Cargo, uv and pipx",
+     "Lists the tools that package managers installed for you, read from their folders and "
+     "manifests (no package manager is run): name, version, manager, commands, what needs "
+     "each and why one can't be removed.",
+     kToolsOptions, runTools},
 };
 
 std::string synopsis(const Command& command) {
