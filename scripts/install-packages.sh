@@ -33,6 +33,9 @@ for package in "${packages[@]}"; do
     missing+=("$package")
   fi
 done
+# npm, whose tools `brisko tools` lists and removes in its tests: Debian's,
+# unless a Node.js of another origin already brings its own.
+command -v npm >/dev/null 2>&1 || missing+=(npm)
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 run_as_root=()

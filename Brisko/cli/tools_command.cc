@@ -7,13 +7,13 @@
 
 #include "base/date.h"
 #include "cli/cli_commands.h"
+#include "cli/tools_records.h"
 #include "platform/home_directory.h"
 #include "tools/tool_inventory_reader.h"
 
 namespace brisko::cli {
-namespace {
 
-const char* sourceName(ToolSource::Kind kind) {
+const char* toolSourceName(ToolSource::Kind kind) {
   switch (kind) {
     case ToolSource::Kind::npm:
       return "npm";
@@ -28,6 +28,8 @@ const char* sourceName(ToolSource::Kind kind) {
   }
   return "";
 }
+
+namespace {
 
 const char* managerName(NodeRuntime::Manager manager) {
   switch (manager) {
@@ -63,10 +65,12 @@ std::string joined(const std::vector<std::string>& parts, const char* separator)
   return text;
 }
 
+}  // namespace
+
 nlohmann::json toolRecord(const CommandLineTool& tool) {
   nlohmann::json record = {{"id", tool.id},
                            {"name", tool.name},
-                           {"source", sourceName(tool.source.kind)},
+                           {"source", toolSourceName(tool.source.kind)},
                            {"commands", tool.commands},
                            {"commandPaths", tool.commandPaths},
                            {"isLink", tool.isLink},
@@ -85,6 +89,8 @@ nlohmann::json toolRecord(const CommandLineTool& tool) {
   return record;
 }
 
+namespace {
+
 std::string runtimeLabel(const NodeRuntime& runtime) {
   return std::string(managerName(runtime.manager)) +
          (runtime.version ? " " + *runtime.version : "");
@@ -93,9 +99,11 @@ std::string runtimeLabel(const NodeRuntime& runtime) {
 }  // namespace
 
 int runTools(CommandCall& call) {
+  if (!call.arguments.operands.empty() && call.arguments.operands.front() == "remove")
+    return runToolsRemove(call);
   if (!call.arguments.operands.empty())
-    throw UsageError("tools takes no operands, not \u2018" + call.arguments.operands.front() +
-                     "\u2019");
+    throw UsageError("tools takes no operands but \u2018remove\u2019, not \u2018" +
+                     call.arguments.operands.front() + "\u2019");
   const ToolInventory inventory = readToolInventory(ToolEnvironment::current(homeFolder()));
   const bool json = call.arguments.has("json");
 
@@ -126,7 +134,7 @@ int runTools(CommandCall& call) {
       call.console.write(toolRecord(*tool).dump() + "\n");
       continue;
     }
-    std::string manager = sourceName(tool->source.kind);
+    std::string manager = toolSourceName(tool->source.kind);
     if (tool->source.kind == ToolSource::Kind::npm) {
       for (const auto& runtime : inventory.runtimes) {
         if (runtime.id == tool->source.runtimeID) manager += " (" + runtimeLabel(runtime) + ")";
