@@ -6,6 +6,9 @@
 #include <unistd.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -18,7 +21,70 @@ namespace {
 using testing::ProcessOptions;
 using testing::ProcessResult;
 
-class BriskoTools : public ::testing::Test {
+// A program on the PATH, or in the places where rustup and friends put theirs.
+std::string program(const std::string& name) {
+  std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+  if (const char* home = std::getenv("HOME")) path += std::string(":") + home + "/.cargo/bin";
+  for (size_t start = 0; start <= path.size();) {
+    const size_t colon = std::min(path.find(':', start), path.size());
+    const std::string candidate = path.substr(start, colon - start) + "/" + name;
+    if (colon > start && ::access(candidate.c_str(), X_OK) == 0) return candidate;
+    start = colon + 1;
+  }
+  return {};
+}
+
+// A home of its own, and `brisko` run in it.
+class ToolsHome : public ::testing::Test {
+ protected:
+  ToolsHome() { folder_.makeDirectory("home"); }
+
+  ProcessOptions options(const std::string& input = {}) const {
+    ProcessOptions options;
+    options.standardInput = input;
+    options.environment = {{"HOME", home_},
+                           {"XDG_DATA_HOME", home_ + "/.local/share"},
+                           {"XDG_CONFIG_HOME", home_ + "/.config"},
+                           {"XDG_CACHE_HOME", home_ + "/.cache"},
+                           {"CARGO_HOME", home_ + "/.cargo"}};
+    // rustup's cargo finds its toolchains under the real home.
+    if (const char* home = std::getenv("HOME"))
+      options.environment.emplace_back("RUSTUP_HOME", std::getenv("RUSTUP_HOME")
+                                                          ? std::getenv("RUSTUP_HOME")
+                                                          : std::string(home) + "/.rustup");
+    options.unsetEnvironment = {"NPM_CONFIG_PREFIX", "npm_config_prefix",
+                                "DBUS_SESSION_BUS_ADDRESS"};
+    return options;
+  }
+
+  ProcessResult run(const std::string& path, std::vector<std::string> arguments,
+                    const std::string& input = {}) const {
+    arguments.insert(arguments.begin(), path);
+    return testing::runProcess(arguments, options(input));
+  }
+
+  ProcessResult brisko(std::vector<std::string> arguments, const std::string& input = {}) const {
+    return run(BRISKO_CLI_PATH, std::move(arguments), input);
+  }
+
+  // The tools that `brisko tools --json` lists, by name, when `keep` holds.
+  std::map<std::string, nlohmann::json> briskoList(
+      const std::function<bool(const nlohmann::json&)>& keep) const {
+    const ProcessResult listed = brisko({"tools", "--json"});
+    EXPECT_EQ(listed.exitStatus, 0) << listed.standardError;
+    std::map<std::string, nlohmann::json> tools;
+    for (const auto& line : testing::linesOf(listed.standardOutput)) {
+      const auto record = nlohmann::json::parse(line);
+      if (keep(record)) tools[record["name"]] = record;
+    }
+    return tools;
+  }
+
+  testing::TemporaryDirectory folder_;
+  std::string home_ = folder_ / "home";
+};
+
+class BriskoTools : public ToolsHome {
  protected:
   void SetUp() override {
     if (::access("/usr/bin/npm", X_OK) != 0) GTEST_SKIP() << "npm is not installed";
@@ -32,7 +98,6 @@ class BriskoTools : public ::testing::Test {
     folder_.writeFile("linked/package.json",
                       R"({"name":"linked-tool","version":"9.9.9","bin":{"lt":"x.js"}})");
     folder_.writeFile("linked/x.js", "#!/usr/bin/env node\n");
-    folder_.makeDirectory("home");
     // Offline: the packages are local folders, and npm is told not to look
     // further.
     const ProcessResult installed =
@@ -46,26 +111,8 @@ class BriskoTools : public ::testing::Test {
 
   std::string prefix() const { return home_ + "/.npm-global"; }
 
-  ProcessOptions options(const std::string& input = {}) const {
-    ProcessOptions options;
-    options.standardInput = input;
-    options.environment = {{"HOME", home_},
-                           {"XDG_DATA_HOME", home_ + "/.local/share"},
-                           {"XDG_CONFIG_HOME", home_ + "/.config"},
-                           {"XDG_CACHE_HOME", home_ + "/.cache"}};
-    options.unsetEnvironment = {"NPM_CONFIG_PREFIX", "npm_config_prefix", "CARGO_HOME",
-                                "DBUS_SESSION_BUS_ADDRESS"};
-    return options;
-  }
-
   ProcessResult npm(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.begin(), "/usr/bin/npm");
-    return testing::runProcess(arguments, options());
-  }
-
-  ProcessResult brisko(std::vector<std::string> arguments, const std::string& input = {}) const {
-    arguments.insert(arguments.begin(), BRISKO_CLI_PATH);
-    return testing::runProcess(arguments, options(input));
+    return run("/usr/bin/npm", std::move(arguments));
   }
 
   // Name to version, as `npm ls -g` reports the prefix's packages.
@@ -80,20 +127,11 @@ class BriskoTools : public ::testing::Test {
     return packages;
   }
 
-  // The tools of our prefix that `brisko tools --json` lists, by name.
   std::map<std::string, nlohmann::json> briskoList() const {
-    const ProcessResult listed = brisko({"tools", "--json"});
-    EXPECT_EQ(listed.exitStatus, 0) << listed.standardError;
-    std::map<std::string, nlohmann::json> tools;
-    for (const auto& line : testing::linesOf(listed.standardOutput)) {
-      const auto record = nlohmann::json::parse(line);
-      if (record.value("runtimeID", "").starts_with(home_)) tools[record["name"]] = record;
-    }
-    return tools;
+    return ToolsHome::briskoList([&](const nlohmann::json& record) {
+      return record.value("runtimeID", "").starts_with(home_);
+    });
   }
-
-  testing::TemporaryDirectory folder_;
-  std::string home_ = folder_ / "home";
 };
 
 TEST_F(BriskoTools, ListsWhatNpmInstalledAndRemovesItAsNpmWould) {
@@ -133,6 +171,101 @@ TEST_F(BriskoTools, ListsWhatNpmInstalledAndRemovesItAsNpmWould) {
   EXPECT_EQ(npm({"install", "-g", "--offline", "--prefix", prefix(), folder_ / "hello"}).exitStatus,
             0);
   EXPECT_EQ(npmList(), (std::map<std::string, std::string>{{"hello-tool", "1.2.3"}}));
+}
+
+}  // namespace
+}  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// Cargo's two manifests after a removal: `cargo install --list` no longer
+// has the crate, and installing it again works (a manifest left broken
+// fails every later install).
+TEST_F(ToolsHome, CargoCratesGoAndCargoStillReadsItsManifests) {
+  const std::string cargo = program("cargo");
+  if (cargo.empty()) GTEST_SKIP() << "cargo is not installed";
+  // Two crates whose names begin alike; one of two binaries.
+  folder_.writeFile("pair/Cargo.toml",
+                    "[package]\nname=\"pair\"\nversion=\"0.1.0\"\nedition=\"2021\"\n"
+                    "[[bin]]\nname=\"pair-a\"\npath=\"src/a.rs\"\n"
+                    "[[bin]]\nname=\"pair-b\"\npath=\"src/b.rs\"\n");
+  folder_.writeFile("pair/src/a.rs", "fn main() {}\n");
+  folder_.writeFile("pair/src/b.rs", "fn main() {}\n");
+  folder_.writeFile("pairtool/Cargo.toml",
+                    "[package]\nname=\"pairtool\"\nversion=\"0.2.0\"\nedition=\"2021\"\n");
+  folder_.writeFile("pairtool/src/main.rs", "fn main() {}\n");
+  for (const char* crate : {"pair", "pairtool"}) {
+    const ProcessResult installed =
+        run(cargo, {"install", "--offline", "--quiet", "--path", folder_ / crate});
+    ASSERT_EQ(installed.exitStatus, 0) << installed.standardError;
+  }
+  const auto cargoTools = [](const nlohmann::json& record) { return record["source"] == "cargo"; };
+  auto tools = briskoList(cargoTools);
+  ASSERT_EQ(tools.size(), 2u);
+  EXPECT_EQ(tools["pair"]["commands"], nlohmann::json({"pair-a", "pair-b"}));
+  EXPECT_EQ(tools["pairtool"]["version"], "0.2.0");
+
+  const ProcessResult removed = brisko({"tools", "remove", "pair", "--yes"});
+  EXPECT_EQ(removed.exitStatus, 0) << removed.standardOutput << removed.standardError;
+  const std::string list = run(cargo, {"install", "--list"}).standardOutput;
+  EXPECT_EQ(list.find("pair v0.1.0"), std::string::npos) << list;
+  EXPECT_NE(list.find("pairtool v0.2.0"), std::string::npos) << list;
+  EXPECT_EQ(briskoList(cargoTools).size(), 1u);
+  const ProcessResult again =
+      run(cargo, {"install", "--offline", "--quiet", "--path", folder_ / "pair"});
+  EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+  EXPECT_NE(run(cargo, {"install", "--list"}).standardOutput.find("pair v0.1.0"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// The login shell comes from the user database, here nss_wrapper's: a shell
+// run from Homebrew's fish keg locks that formula, and only that one.
+TEST_F(ToolsHome, AFormulaTheLoginShellRunsFromIsLocked) {
+  const char* wrapper = "/usr/lib/x86_64-linux-gnu/libnss_wrapper.so";
+  if (::access(wrapper, R_OK) != 0) GTEST_SKIP() << "libnss-wrapper is not installed";
+  const std::string brew = home_ + "/.linuxbrew";
+  folder_.writeFile("home/.linuxbrew/bin/brew", "#!/bin/sh\nexit 1\n");
+  std::filesystem::permissions(brew + "/bin/brew", std::filesystem::perms::owner_all);
+  for (const char* keg : {"fish/4.0", "fish-extra/1.0"}) {
+    folder_.writeFile(std::string("home/.linuxbrew/Cellar/") + keg + "/INSTALL_RECEIPT.json",
+                      R"({"installed_on_request":true})");
+  }
+  folder_.writeFile("home/.linuxbrew/Cellar/fish/4.0/bin/fish");
+  folder_.makeSymlink("home/.linuxbrew/bin/fish", "../Cellar/fish/4.0/bin/fish");
+  folder_.writeFile("passwd", "root:x:0:0:root:" + home_ + ":" + brew + "/bin/fish\n");
+  folder_.writeFile("group", "root:x:0:\n");
+
+  ProcessOptions withShell = options();
+  withShell.environment.insert(withShell.environment.end(),
+                               {{"LD_PRELOAD", wrapper},
+                                {"NSS_WRAPPER_PASSWD", folder_ / "passwd"},
+                                {"NSS_WRAPPER_GROUP", folder_ / "group"},
+                                // The wrapper comes before the sanitizer's runtime.
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const ProcessResult listed = testing::runProcess({BRISKO_CLI_PATH, "tools", "--json"}, withShell);
+  ASSERT_EQ(listed.exitStatus, 0) << listed.standardError;
+  std::map<std::string, std::string> locks;
+  for (const auto& line : testing::linesOf(listed.standardOutput)) {
+    const auto record = nlohmann::json::parse(line);
+    if (record["source"] == "homebrew") locks[record["name"]] = record.value("lockedReason", "");
+  }
+  EXPECT_EQ(locks,
+            (std::map<std::string, std::string>{{"fish", "loginShell"}, {"fish-extra", ""}}));
+
+  const ProcessResult removal =
+      testing::runProcess({BRISKO_CLI_PATH, "tools", "remove", "fish", "--yes"}, withShell);
+  EXPECT_EQ(removal.exitStatus, 1);
+  EXPECT_NE(removal.standardOutput.find("fish stays: your login shell runs from it."),
+            std::string::npos)
+      << removal.standardOutput;
+  EXPECT_TRUE(std::filesystem::exists(brew + "/Cellar/fish/4.0/bin/fish"));
 }
 
 }  // namespace
