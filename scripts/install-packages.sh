@@ -19,8 +19,9 @@ packages=(
   # python3-dbusmock's UPower, BlueZ, logind and notification templates on a
   # private bus.
   libsystemd-dev dbus python3-dbusmock
-  # The tools' tests set the login shell through nss_wrapper.
-  libnss-wrapper
+  # The tools' tests install with the real pipx, and set the login shell
+  # through nss_wrapper.
+  pipx libnss-wrapper
   # The window: Qt 6 Widgets, drawn by its tests on Qt's offscreen platform
   # with a known font; its desktop entry and AppStream file are validated.
   qt6-base-dev qt6-svg-dev libqt6svg6-dev libqt6test6 fonts-dejavu-core

@@ -270,3 +270,59 @@ TEST_F(ToolsHome, AFormulaTheLoginShellRunsFromIsLocked) {
 
 }  // namespace
 }  // namespace brisko
+
+namespace brisko {
+namespace {
+
+// A wheel of one console script, written by Python's zipfile: pipx installs
+// it offline, as a package folder would need the network for its build.
+constexpr const char* kWriteWheel = R"(
+import base64, hashlib, sys, zipfile
+folder, name, version = sys.argv[1:4]
+info = f"{name}-{version}.dist-info"
+files = {f"{name}/__init__.py": "def main():\n    print('hi')\n",
+         f"{info}/METADATA": f"Metadata-Version: 2.1\nName: {name.replace('_', '-')}\nVersion: {version}\n",
+         f"{info}/WHEEL": "Wheel-Version: 1.0\nGenerator: brisko-test\nRoot-Is-Purelib: true\nTag: py3-none-any\n",
+         f"{info}/entry_points.txt": f"[console_scripts]\ngreet = {name}:main\n"}
+record = []
+for path, text in files.items():
+    digest = base64.urlsafe_b64encode(hashlib.sha256(text.encode()).digest()).rstrip(b"=").decode()
+    record.append(f"{path},sha256={digest},{len(text)}")
+record.append(f"{info}/RECORD,,")
+with zipfile.ZipFile(f"{folder}/{name}-{version}-py3-none-any.whl", "w") as wheel:
+    for path, text in files.items():
+        wheel.writestr(path, text)
+    wheel.writestr(f"{info}/RECORD", "\n".join(record) + "\n")
+)";
+
+TEST_F(ToolsHome, PipxToolsAgreeWithPipxAndGoWithTheirCommand) {
+  const std::string pipx = program("pipx");
+  if (pipx.empty()) GTEST_SKIP() << "pipx is not installed";
+  ASSERT_EQ(run("/usr/bin/python3", {"-c", kWriteWheel, folder_.path(), "greet_tool", "0.3.0"})
+                .exitStatus,
+            0);
+  ProcessOptions offline = options();
+  offline.environment.emplace_back("PIP_NO_INDEX", "1");
+  const ProcessResult installed = testing::runProcess(
+      {pipx, "install", folder_ / "greet_tool-0.3.0-py3-none-any.whl"}, offline);
+  ASSERT_EQ(installed.exitStatus, 0) << installed.standardError;
+
+  const auto pipxTools = [](const nlohmann::json& record) { return record["source"] == "pipx"; };
+  auto tools = briskoList(pipxTools);
+  const auto listed = nlohmann::json::parse(run(pipx, {"list", "--json"}).standardOutput);
+  ASSERT_EQ(tools.size(), 1u);
+  ASSERT_TRUE(tools.count("greet-tool"));
+  EXPECT_EQ(tools["greet-tool"]["version"],
+            listed["venvs"]["greet-tool"]["metadata"]["main_package"]["package_version"]);
+  EXPECT_EQ(tools["greet-tool"]["commands"], nlohmann::json({"greet"}));
+
+  const ProcessResult removed = brisko({"tools", "remove", "greet-tool", "--yes"});
+  EXPECT_EQ(removed.exitStatus, 0) << removed.standardOutput << removed.standardError;
+  EXPECT_TRUE(nlohmann::json::parse(run(pipx, {"list", "--json"}).standardOutput)["venvs"].empty());
+  EXPECT_FALSE(
+      std::filesystem::exists(std::filesystem::symlink_status(home_ + "/.local/bin/greet")));
+  EXPECT_TRUE(briskoList(pipxTools).empty());
+}
+
+}  // namespace
+}  // namespace brisko
