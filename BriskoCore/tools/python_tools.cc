@@ -12,19 +12,30 @@
 namespace brisko {
 namespace {
 
-// The links in the command folders that resolve into some tool's folder.
-std::vector<std::string> commandsInto(const std::string& toolFolder,
-                                      const std::vector<std::string>& commandFolders) {
-  const std::string inside = resolvingSymlinksInPath(toolFolder) + "/";
-  std::vector<std::string> paths;
+// The links of the command folders by where they lead, resolved once for
+// all tools: sorted, so that the links into one tool's folder are a range.
+using CommandLinks = std::vector<std::pair<std::string, std::string>>;  // resolved, link
+
+CommandLinks commandLinks(const std::vector<std::string>& commandFolders) {
+  CommandLinks links;
   for (const std::string& folder : commandFolders) {
     for (const std::string& name : tool_files::visibleEntries(folder)) {
       const std::string path = folder + "/" + name;
-      if (FileProbe::kind(path) != FileProbe::Kind::symlink) continue;
-      if (resolvingSymlinksInPath(path).compare(0, inside.size(), inside) == 0)
-        paths.push_back(path);
+      if (FileProbe::kind(path) == FileProbe::Kind::symlink)
+        links.emplace_back(resolvingSymlinksInPath(path), path);
     }
   }
+  std::sort(links.begin(), links.end());
+  return links;
+}
+
+std::vector<std::string> commandsInto(const std::string& toolFolder, const CommandLinks& links) {
+  const std::string inside = resolvingSymlinksInPath(toolFolder) + "/";
+  std::vector<std::string> paths;
+  for (auto link =
+           std::lower_bound(links.begin(), links.end(), std::make_pair(inside, std::string()));
+       link != links.end() && link->first.compare(0, inside.size(), inside) == 0; ++link)
+    paths.push_back(link->second);
   return paths;
 }
 
@@ -45,8 +56,8 @@ std::optional<std::string> distInfoVersion(const std::string& toolFolder, std::s
   return std::nullopt;
 }
 
-void addTools(const std::string& root, ToolSource::Kind kind,
-              const std::vector<std::string>& commandFolders, std::vector<CommandLineTool>& tools) {
+void addTools(const std::string& root, ToolSource::Kind kind, const CommandLinks& commands,
+              std::vector<CommandLineTool>& tools) {
   for (const std::string& name : tool_files::visibleEntries(root)) {
     const std::string folder = root + "/" + name;
     const auto stamp = FileProbe::stamp(folder);
@@ -71,7 +82,7 @@ void addTools(const std::string& root, ToolSource::Kind kind,
     tool.source = {kind, {}};
     tool.installed = tool_files::birthTime(folder);
     tool.stamp = *stamp;
-    setCommands(tool, commandsInto(folder, commandFolders));
+    setCommands(tool, commandsInto(folder, commands));
     lockIfNotWritable(tool);
     tools.push_back(std::move(tool));
   }
@@ -95,7 +106,7 @@ std::vector<std::string> PythonTools::commandFolders(const ToolEnvironment& envi
 
 std::vector<CommandLineTool> PythonTools::scan(const ToolEnvironment& environment) {
   std::vector<CommandLineTool> tools;
-  const auto commands = commandFolders(environment);
+  const CommandLinks commands = commandLinks(commandFolders(environment));
   addTools(environment.variable("UV_TOOL_DIR").value_or(environment.dataFolder("/uv/tools")),
            ToolSource::Kind::uv, commands, tools);
 
