@@ -19,6 +19,9 @@ packages=(
   # python3-dbusmock's UPower, BlueZ, logind and notification templates on a
   # private bus.
   libsystemd-dev dbus python3-dbusmock
+  # The tools' tests install with the real pipx, and set the login shell
+  # through nss_wrapper.
+  pipx libnss-wrapper
   # The window: Qt 6 Widgets, drawn by its tests on Qt's offscreen platform
   # with a known font; its desktop entry and AppStream file are validated.
   qt6-base-dev qt6-svg-dev libqt6svg6-dev libqt6test6 fonts-dejavu-core
@@ -33,6 +36,11 @@ for package in "${packages[@]}"; do
     missing+=("$package")
   fi
 done
+# npm, whose tools `brisko tools` lists and removes in its tests: Debian's,
+# unless a Node.js of another origin already brings its own.
+command -v npm >/dev/null 2>&1 || missing+=(npm)
+# The same for Cargo, often installed by rustup instead.
+command -v cargo >/dev/null 2>&1 || [ -x "$HOME/.cargo/bin/cargo" ] || missing+=(cargo)
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 run_as_root=()

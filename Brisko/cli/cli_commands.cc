@@ -34,6 +34,13 @@ constexpr OptionSpec kTrashOptions[] = {
     kJson,
 };
 constexpr OptionSpec kJsonOnly[] = {kJson};
+constexpr OptionSpec kToolsOptions[] = {
+    {"runtimes", false, "list the Node runtimes whose global packages are listed"},
+    {"dry-run", false, "remove: print what would go and stop"},
+    {"yes", false, "remove: don't ask; needed when standard input is not a terminal"},
+    {"stdin", false, "remove: the tools are records of 'brisko tools --json' on standard input"},
+    kJson,
+};
 constexpr OptionSpec kBatteriesOptions[] = {
     {"check", false, "check once for low batteries and post a notice for each"},
     {"json", false, "print the list as one JSON array"},
@@ -75,6 +82,15 @@ constexpr Command kCommands[] = {
      "kernel and BlueZ. With --check, also posts a desktop notice for each one below the "
      "low-battery threshold, once until it has been charged again.",
      kBatteriesOptions, runBatteries},
+    {"tools", "[remove ID | NAME ...]",
+     "command-line tools installed by npm, Homebrew, Cargo, uv and pipx",
+     "Lists the tools that package managers installed for you, read from their folders and "
+     "manifests (no package manager is run): name, version, manager, commands, what needs "
+     "each and why one can't be removed. 'tools remove' takes the tools named (a name that "
+     "fits several is refused with their IDs) off the disk as their manager would, after "
+     "asking: npm, uv and pipx tools and Cargo's binaries go to the Trash with the links to "
+     "them, Homebrew's formulae through brew. Exit status 0 when all went, 1 when one stayed.",
+     kToolsOptions, runTools},
 };
 
 std::string synopsis(const Command& command) {

@@ -50,6 +50,7 @@ int runTrash(CommandCall& call);
 int runWhitelist(CommandCall& call);
 int runHistory(CommandCall& call);
 int runBatteries(CommandCall& call);
+int runTools(CommandCall& call);
 
 // The user's home folder; throws std::runtime_error when there is none.
 std::string homeFolder();

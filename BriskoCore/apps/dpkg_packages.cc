@@ -6,11 +6,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/program_output.h"
 #include "base/atomic_file.h"
 #include "base/file_contents.h"
 #include "base/path_components.h"
 #include "platform/file_probe.h"
+#include "platform/program_output.h"
 
 namespace brisko {
 namespace {

@@ -1,4 +1,4 @@
-#include "apps/program_output.h"
+#include "platform/program_output.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -7,15 +7,41 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 extern char** environ;
 
 namespace brisko {
 
+namespace {
+
+std::vector<std::string> environmentWith(
+    const std::vector<std::pair<std::string, std::string>>& changes) {
+  std::vector<std::string> entries;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string text(*entry);
+    bool replaced = false;
+    for (const auto& [name, value] : changes)
+      replaced = replaced || text.compare(0, name.size() + 1, name + "=") == 0;
+    if (!replaced) entries.push_back(text);
+  }
+  for (const auto& [name, value] : changes)
+    entries.push_back(name + "=" + value);
+  return entries;
+}
+
+}  // namespace
+
 std::optional<ProgramOutput> runProgram(const std::vector<std::string>& argv,
-                                        std::chrono::milliseconds timeout) {
+                                        std::chrono::milliseconds timeout,
+                                        const ProgramOptions& options) {
   if (argv.empty()) return std::nullopt;
+  const std::vector<std::string> environment = environmentWith(options.environment);
+  std::vector<char*> environmentPointers;
+  for (const auto& entry : environment)
+    environmentPointers.push_back(const_cast<char*>(entry.c_str()));
+  environmentPointers.push_back(nullptr);
   int pipeFds[2];
   if (::pipe2(pipeFds, O_CLOEXEC) != 0) return std::nullopt;
   posix_spawn_file_actions_t actions;
@@ -27,9 +53,15 @@ std::optional<ProgramOutput> runProgram(const std::vector<std::string>& argv,
   for (const auto& argument : argv)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
+  // A group of its own: a time limit ends what the program started, too.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
   pid_t child = 0;
-  const int spawned =
-      ::posix_spawn(&child, argv[0].c_str(), &actions, nullptr, arguments.data(), environ);
+  const int spawned = ::posix_spawn(&child, argv[0].c_str(), &actions, &attributes,
+                                    arguments.data(), environmentPointers.data());
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   ::close(pipeFds[1]);
   if (spawned != 0) {
@@ -55,10 +87,12 @@ std::optional<ProgramOutput> runProgram(const std::vector<std::string>& argv,
     const ssize_t count = ::read(pipeFds[0], buffer, sizeof buffer);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
-    output.standardOutput.append(buffer, static_cast<size_t>(count));
+    const size_t room =
+        options.outputLimit - std::min(options.outputLimit, output.standardOutput.size());
+    output.standardOutput.append(buffer, std::min(room, static_cast<size_t>(count)));
   }
   ::close(pipeFds[0]);
-  if (timedOut) ::kill(child, SIGKILL);
+  if (timedOut) ::kill(-child, SIGKILL);
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
