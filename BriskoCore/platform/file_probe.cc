@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/bulk_directory_lister.h"
+#include "platform/walk_width.h"
 
 namespace brisko {
 namespace {
@@ -96,8 +97,7 @@ std::int64_t FileProbe::allocatedBytes(const std::string& path) {
       accumulated += bytes;
     }
   };
-  const size_t threads =
-      std::min<size_t>(frontier.size(), std::max(1u, std::thread::hardware_concurrency()));
+  const size_t threads = std::min<size_t>(frontier.size(), treeWalkWidth());
   std::vector<std::thread> helpers;
   for (size_t i = 1; i < threads; ++i)
     helpers.emplace_back(work);

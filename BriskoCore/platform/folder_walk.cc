@@ -228,14 +228,17 @@ Descriptor FolderHandle::open(int& error) {
     if (fd < 0) error = errno;
     folder = Descriptor(fd);
   } else {
-    bool fromHeld = false;
+    // The parent lets go of its descriptor only once every child has called
+    // childOpened(), this one included, so it stays open after the lock is
+    // given back. The open itself is done outside the lock: on a cold disk it
+    // waits for the folder's inode, and siblings must not wait in line.
+    int heldParent = -1;
     {
       std::lock_guard guard(parent_->lock_);
-      if (parent_->held_.valid()) {
-        folder = openFolderAt(parent_->held_.get(), name_.c_str());
-        fromHeld = true;
-      }
+      heldParent = parent_->held_.get();
     }
+    const bool fromHeld = heldParent >= 0;
+    if (fromHeld) folder = openFolderAt(heldParent, name_.c_str());
     if (!fromHeld) {
       Descriptor parent = parent_->reopened(error);
       if (parent.valid()) folder = openFolderAt(parent.get(), name_.c_str());

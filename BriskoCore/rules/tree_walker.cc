@@ -17,6 +17,7 @@
 
 #include "base/unicode_text.h"
 #include "platform/folder_walk.h"
+#include "platform/walk_width.h"
 
 namespace brisko {
 
@@ -278,8 +279,7 @@ class TreeWalker {
   void spawnHelpersLocked() {
     if (helpersSpawned_) return;
     helpersSpawned_ = true;
-    const unsigned cores = std::max(std::thread::hardware_concurrency(), 1u);
-    const unsigned count = std::max(cores - 1, 1u);
+    const unsigned count = std::max(treeWalkWidth(), 2u) - 1;
     for (unsigned i = 0; i < count; ++i) {
       try {
         helpers_.emplace_back([this] {

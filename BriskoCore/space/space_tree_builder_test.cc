@@ -14,6 +14,7 @@
 #include "base/path_components.h"
 #include "base/utf8.h"
 #include "platform/folder_walk.h"
+#include "platform/walk_width.h"
 #include "protocol/engine_text.h"
 #include "space/space_naming.h"
 #include "space/space_reuse_oracle.h"
@@ -281,9 +282,7 @@ TEST(SpaceTreeBuilder, ParallelAndSerialWalksGiveTheSameTree) {
   EXPECT_EQ(parallel.root, serial.root);
   EXPECT_EQ(parallel.largeFiles, serial.largeFiles);
   EXPECT_EQ(serial.helperCount, 0);
-  if (std::thread::hardware_concurrency() > 1) {
-    EXPECT_EQ(parallel.helperCount, std::thread::hardware_concurrency() - 1);
-  }
+  EXPECT_EQ(parallel.helperCount, treeWalkWidth() - 1);
 }
 
 TEST(SpaceTreeBuilder, EmptyTinyAndMissingHomeFolders) {

@@ -11,6 +11,7 @@
 #include "base/path_components.h"
 #include "base/utf8.h"
 #include "platform/bulk_directory_lister.h"
+#include "platform/walk_width.h"
 #include "space/space_folding.h"
 #include "space/space_naming.h"
 #include "space/space_reuse_oracle.h"
@@ -282,8 +283,7 @@ void SpaceWalker::startHelpers() {
   }
   // Only the first caller gets here, and run() joins only after its own loop
   // has ended, which cannot happen before this push's boxes are done.
-  const unsigned processors = std::thread::hardware_concurrency();
-  const unsigned helpers = processors > 1 ? processors - 1 : 1;
+  const unsigned helpers = std::max(treeWalkWidth(), 2u) - 1;
   for (unsigned i = 0; i < helpers; ++i)
     helpers_.emplace_back([this] { workerLoop(); });
 }
