@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
-# Times the space scan against the machine's limit and against du, on a
-# home-like tree of 1.5 million entries, warm cache, in the same run.
+# Times the space scan against the machine's limit and against du, gdu and
+# ncdu, on a home-like tree of 1.5 million entries, warm and cold, in one run.
 #
 #   bench/space_bench.sh [build-dir]        (default: build/release)
 #
 # Environment: BENCH_DIR (default ${TMPDIR:-/tmp}/brisko-space-bench) holds the
 # tree, built once and kept; BENCH_TREE times an existing tree instead;
-# ROUNDS (default 5); THREADS for limitwalk (default 2); WIDE=0 leaves out the
-# folder of half a million entries; BRISKO_ENGINE is the engine to time. Prints the medians, the ratios and the scan's peak memory.
+# ROUNDS (default 5); THREADS for limitwalk (default 2; 16 runs beside it);
+# WIDE=0 leaves out the folder of half a million entries; BRISKO_ENGINE is the
+# engine to time; COLD=1 adds COLD_ROUNDS (default 2) runs of each with the
+# caches dropped first (root only). gdu and ncdu run beside du when installed.
+# Prints the medians, the ratios and the peak memory.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -111,34 +114,67 @@ PY
 
 fi
 
-for ((round = 1; round <= rounds; round++)); do
-  measure limitwalk "$limitwalk" -t "$threads" "$tree"
-  measure space "${space[@]}"
-  measure du du -skP -- "$tree"
-  echo "  round $round done" >&2
+# Cold: the page, dentry and inode caches dropped before every run, as after a
+# reboot; only root may, elsewhere the cold table is skipped.
+drop_caches() { sync && echo 3 >/proc/sys/vm/drop_caches; }
+modes=(warm)
+if [ "${COLD:-0}" != 0 ]; then
+  if drop_caches 2>/dev/null; then
+    modes+=(cold)
+  else
+    echo "cold runs skipped: dropping the caches is not permitted here" >&2
+  fi
+fi
+peers=()
+command -v gdu >/dev/null && peers+=(gdu)
+command -v ncdu >/dev/null && peers+=(ncdu)
+[ ${#peers[@]} -gt 0 ] || echo "gdu and ncdu are not installed: du is the only peer" >&2
+
+for mode in "${modes[@]}"; do
+  mode_rounds=$rounds
+  [ "$mode" = cold ] && mode_rounds=${COLD_ROUNDS:-2}
+  for ((round = 1; round <= mode_rounds; round++)); do
+    for name in space limitwalk-t$threads limitwalk-t16 du "${peers[@]}"; do
+      [ "$mode" = cold ] && drop_caches
+      case $name in
+        space) measure "$mode:$name" "${space[@]}" ;;
+        limitwalk-t*) measure "$mode:$name" "$limitwalk" -t "${name#limitwalk-t}" "$tree" ;;
+        du) measure "$mode:$name" du -skP -- "$tree" ;;
+        gdu) measure "$mode:$name" gdu -n -p -s "$tree" ;;
+        ncdu) measure "$mode:$name" ncdu -0 -o /dev/null "$tree" ;;
+      esac
+    done
+    echo "  $mode round $round done" >&2
+  done
 done
 
-python3 - "$results" "$limit_bytes" "$space_bytes" <<'PY'
+python3 - "$results" "$limit_bytes" "$space_bytes" "$threads" <<'PY'
 import statistics, sys
 rows = [line.split() for line in open(sys.argv[1]) if line.strip()]
-def med(name, column):
-    return statistics.median(float(r[column]) for r in rows if r[0] == name)
-wall = {n: med(n, 1) for n in ("limitwalk", "space", "du")}
-cpu = {n: med(n, 2) + med(n, 3) for n in wall}
-peak = {n: max(int(r[4]) for r in rows if r[0] == n) for n in wall}
-for n in ("limitwalk", "space", "du"):
-    print(f"{n:10s} median {wall[n]:7.2f} s   cpu {cpu[n]:6.2f} s ({cpu[n] / wall[n]:.2f} cores)   peak {peak[n] / 1024:6.1f} MB")
-print(f"space / limitwalk = {wall['space'] / wall['limitwalk']:.2f}   (target <= 1.25)")
-# The rounds run side by side, so the ratio within each round cancels most of
-# the drift of a shared machine's load.
-pairs = list(zip([float(r[1]) for r in rows if r[0] == "space"],
-                 [float(r[1]) for r in rows if r[0] == "limitwalk"]))
-print(f"  per-round ratios {' '.join(f'{a / b:.2f}' for a, b in pairs)}; "
-      f"median {statistics.median(a / b for a, b in pairs):.2f}")
-print(f"  cpu time ratio {cpu['space'] / cpu['limitwalk']:.2f}")
-print(f"du / limitwalk    = {wall['du'] / wall['limitwalk']:.2f}")
-print(f"space / du        = {wall['space'] / wall['du']:.2f}")
-print(f"space peak memory = {peak['space'] / 1024:.1f} MB   (target < 64)")
+threads = sys.argv[4]
+for mode in ("warm", "cold"):
+    mine = [r for r in rows if r[0].startswith(mode + ":")]
+    if not mine:
+        continue
+    names = list(dict.fromkeys(r[0].split(":", 1)[1] for r in mine))
+    def med(name, column):
+        return statistics.median(float(r[column]) for r in mine if r[0] == f"{mode}:{name}")
+    wall = {n: med(n, 1) for n in names}
+    cpu = {n: med(n, 2) + med(n, 3) for n in names}
+    peak = {n: max(int(r[4]) for r in mine if r[0] == f"{mode}:{n}") for n in names}
+    print(f"{mode} ({sum(1 for r in mine if r[0] == f'{mode}:space')} runs each, medians)")
+    for n in names:
+        print(f"  {n:14s} {wall[n]:7.2f} s   cpu {cpu[n]:6.2f} s   peak {peak[n] / 1024:6.1f} MB")
+    if mode == "warm":
+        ref = f"limitwalk-t{threads}"
+        print(f"  space / {ref} = {wall['space'] / wall[ref]:.2f}   (target <= 1.15); "
+              f"cpu {cpu['space'] / cpu[ref]:.2f}")
+        print(f"  space peak memory = {peak['space'] / 1024:.1f} MB   (target < 64)")
+    else:
+        print(f"  space / limitwalk-t16 = {wall['space'] / wall['limitwalk-t16']:.2f}   (target <= 1.15)")
+    for peer in ("du", "gdu", "ncdu"):
+        if peer in wall:
+            print(f"  space / {peer} = {wall['space'] / wall[peer]:.2f}   (target < 1)")
 same = sys.argv[2] == sys.argv[3]
 print(f"bytes: space {sys.argv[3]}, limitwalk {sys.argv[2]}: {'equal' if same else 'DIFFERENT'}")
 PY

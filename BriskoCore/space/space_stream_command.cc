@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <ostream>
+#include <thread>
 
 #include "platform/fs_events_replay.h"
 #include "space/space_cache_store.h"
@@ -99,16 +100,27 @@ int runSpaceStream(const std::string& home, const SpaceStreamOptions& options,
   envelope.report.warnings = std::move(result.warnings);
   if (deviceUUID && eventID)
     envelope.eventState = SpaceScanCacheEnvelope::EventState{*deviceUUID, *eventID};
-  try {
-    store.save(envelope);
-  } catch (const std::exception& error) {
-    diagnostics << "space-stream: the space cache could not be saved at " << store.path() << ": "
-                << error.what() << '\n';
-  }
 
+  // The cache's pretty text and the completed event's lean one are each some
+  // megabytes for a large home, made from the same tree: made side by side,
+  // the reader waits for one, not both.
   SpaceEvent completed = eventOf(SpaceEventKind::completed);
-  completed.report = std::move(envelope.report);
-  emit(completed);
+  completed.report = envelope.report;
+  std::string saveFailure;
+  {
+    std::jthread saver([&] {
+      try {
+        store.save(envelope);
+      } catch (const std::exception& error) {
+        saveFailure = error.what();
+      }
+    });
+    emit(completed);
+  }
+  if (!saveFailure.empty()) {
+    diagnostics << "space-stream: the space cache could not be saved at " << store.path() << ": "
+                << saveFailure << '\n';
+  }
   return 0;
 }
 
